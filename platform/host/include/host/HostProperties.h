@@ -1,0 +1,28 @@
+// Host-only control of the system property store behind property_get: reset, set, and load
+// build.prop-style files. Not part of the device API.
+#pragma once
+
+#include <map>
+#include <string>
+
+namespace android {
+namespace host {
+
+class HostProperties {
+public:
+    // Empties the store (the change serial still moves, so cached readers re-read).
+    static void clear();
+    // Sets without the length limit of property_set (ro.* values may be long on a device too).
+    static void set(const std::string& key, const std::string& value);
+    static void erase(const std::string& key);
+    static std::map<std::string, std::string> snapshot();
+
+    // Loads "key=value" lines: blank lines and lines starting with '#' are skipped, blanks around
+    // key and value are trimmed, a later line wins. A line without '=' or with an empty key is
+    // an error: returns false and sets *error to "path:line: message"; nothing is loaded then.
+    static bool loadFile(const std::string& path, std::string* error);
+    static bool loadText(const std::string& text, const std::string& origin, std::string* error);
+};
+
+}  // namespace host
+}  // namespace android

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Sets everything up and runs every test: a normal build, an ASan+UBSan build, and a TSan build
+# of the suites that exercise threads (names containing "Thread").
+set -euo pipefail
+root="$(cd "$(dirname "$0")/.." && pwd)"
+cd "$root"
+bash scripts/bootstrap.sh
+
+jobs="$(nproc)"
+echo "== normal build"
+bash scripts/build.sh build none
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+echo "== ASan + UBSan build"
+bash scripts/build.sh build-asan address -DCMAKE_BUILD_TYPE=Debug -DTAVRO_BUILD_TOOLS=ON
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --test-dir build-asan --output-on-failure -j "$jobs"
+
+echo "== TSan build (thread suites)"
+bash scripts/build.sh build-tsan thread -DCMAKE_BUILD_TYPE=Debug -DTAVRO_BUILD_TOOLS=OFF
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    ctest --test-dir build-tsan --output-on-failure -j "$jobs" -R Thread
