@@ -28,6 +28,13 @@ bool tavroParseInt32(const char* text, int32_t* out) {
     return true;
 }
 
+int32_t tavroFloatToInt32(float value) {
+    if (value != value) return 0;
+    if (value >= 2147483648.0f) return INT32_MAX;
+    if (value <= -2147483648.0f) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
 double tavroAtof(const char* text) {
     if (text == nullptr) return 0.0;
     return strtod(text, nullptr);

@@ -23,6 +23,10 @@ int32_t tavroStrtol32(const char* text, int base);
     return tavroParseInt32(text.c_str(), out);
 }
 
+// A float truncated toward zero into int32, as a (int32_t) cast does for values in range. Values
+// the cast would leave undefined are pinned: NaN reads 0, out-of-range values saturate.
+int32_t tavroFloatToInt32(float value);
+
 // atof: strtod narrowed to float by the caller; no digits read as 0.
 double tavroAtof(const char* text);
 

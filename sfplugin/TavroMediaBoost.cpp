@@ -1,0 +1,315 @@
+#define LOG_NDEBUG 0
+#define LOG_TAG "TavroCCodec"
+#include "sfplugin/TavroMediaBoost.h"
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <tavro/TavroVideoBoost.h>
+
+#include "common/TavroLog.h"
+#include "common/TavroNumber.h"
+#include "sfplugin/TavroCCodec.h"
+#include "sfplugin/TavroVideoBoostParams.h"
+#include "sfplugin/TavroVideoTaskBoost.h"
+#include "whitelist/TavroBoostInfo.h"
+#include "whitelist/TavroMediaInfo.h"
+#include "whitelist/TavroWhiteListCacheMgr.h"
+
+namespace android {
+
+namespace {
+
+// 90% of a rate, without overflowing for any int32 rate.
+int32_t ninetyPercent(int32_t rate) {
+    return static_cast<int32_t>(static_cast<int64_t>(rate) * 9 / 10);
+}
+
+}  // namespace
+
+void TavroCCodec::handleBoostApp(const sp<AMessage>& msg) {
+    Mutexed<State>::Locked state(mState);
+    if (state->get() != State::RUNNING) return;
+    AString appThreads;
+    int32_t sched = 0;
+    if (!msg->findString(kKeyAppThreads, &appThreads) || !msg->findInt32(kKeySched, &sched) ||
+        sched < 1) {
+        return;
+    }
+    TavroVideoTaskBoost task;
+    task.pid = static_cast<int32_t>(getpid());
+    task.sched = static_cast<uint32_t>(sched);
+    TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(appThreads.c_str(),
+                                                          kAppThreadSeparator, task.threadNames);
+    TAVRO_LOGV(6, "kWhatBoostApp, appThreads: %s", appThreads.c_str());
+    std::lock_guard<std::mutex> boostLock(mBoostLock);
+    if (mVideoBoost != nullptr) mVideoBoost->boostTask(task);
+}
+
+void TavroCCodec::checkOperatingRate() {
+    int32_t limit = 0;
+    bool countFps = false;
+    bool active = false;
+    {
+        std::lock_guard<std::mutex> lock(mBoostLock);
+        if (mBoostState == kBoostStateNone || mClusterInfo == nullptr) return;
+        limit = mClusterInfo->limitOpRate;
+        countFps = mClusterInfo->countFps;
+        active = (mBoostState & kBoostStateCluster) != 0;
+    }
+    if (!mIsVideo.load() || limit == 0) return;
+
+    int32_t lowBoundary = limit;
+    if (countFps) {
+        mOperatingRate.store(mCountedFps.load());
+        lowBoundary = ninetyPercent(mCountedFps.load());
+    }
+    if (mIsEncoder.load()) {
+        int32_t frames = mEncodedFrames.exchange(0);
+        TAVRO_LOGV(6, "Encoder fps: %d", frames);
+        mOperatingRate.store(frames);
+        lowBoundary = ninetyPercent(frames);
+    }
+
+    const int32_t rate = mOperatingRate.load();
+    if (active) {
+        // For an encoder the boundary is 90% of the very rate it is compared with, so the
+        // release never fires there; the rule is kept as it is.
+        if (rate < lowBoundary) {
+            TAVRO_LOGV(6, "mOperatingRate: %d < lowBoundary: %d", rate, lowBoundary);
+            executeMediaBoost(kBoostReleaseCluster);
+        }
+    } else if (rate >= limit) {
+        TAVRO_LOGV(6, "mOperatingRate: %d > limitOpRate: %d", rate, limit);
+        executeMediaBoost(kBoostSendCluster);
+    }
+}
+
+bool TavroCCodec::initVideoBoostParams() {
+    mOperatingRate.store(0);
+    mEncodedFrames.store(0);
+    std::lock_guard<std::mutex> lock(mBoostLock);
+    mCountedFps.store(0);
+    mBoostState = kBoostStateNone;
+    mBoostParams = std::make_shared<TavroVideoBoostParams>();
+    std::atomic_store(&mClusterInfo, std::make_shared<TavroClusterInfo>());
+    mVideoBoost = TavroVideoBoost::getInstance();
+    if (mVideoBoost == nullptr) {
+        ALOGE("videoboost: fail to get TavroVideoBoost::getInstance()");
+        return false;
+    }
+    return true;
+}
+
+void TavroCCodec::getBoostParams(const sp<AMessage>& msg) {
+    if (!initVideoBoostParams()) {
+        ALOGE("Failed to init video boost params.");
+        return;
+    }
+    TavroMediaInfo info;
+    if (!getMediaInfo(msg, info)) return;
+    parseBoostInfo(info);
+
+    std::lock_guard<std::mutex> lock(mBoostLock);
+    if (mBoostParams->isEmpty()) return;  // no boost possible: the state stays 1
+    mBoostState = kBoostStateArmed;
+    TAVRO_LOGV(6, "Boost instance[0x%p]", mVideoBoost.get());
+}
+
+bool TavroCCodec::getMediaInfo(const sp<AMessage>& msg, TavroMediaInfo& info) {
+    sp<AMessage> format;
+    if (!msg->findMessage(kKeyFormat, &format)) {
+        ALOGE("No format information.");
+        return false;
+    }
+    info.mime = mMime.c_str();
+    info.component = mComponentName.c_str();
+    info.isVideo = mIsVideo.load() ? 1 : 0;
+    info.isEncoder = mIsEncoder.load() ? 1 : 0;
+    if (info.isVideo) {
+        format->findInt32(kKeyWidth, &info.width);
+        format->findInt32(kKeyHeight, &info.height);
+    } else {
+        format->findInt32(kKeySampleRate, &info.sampleRate);
+        format->findInt32(kKeyBitsPerSample, &info.sampleBits);
+        format->findInt32(kKeyChannelCount, &info.channelCount);
+    }
+    float rate = 0.0f;
+    if (format->findFloat(kKeyOperatingRate, &rate)) mOperatingRate.store(tavroFloatToInt32(rate));
+    format->findInt32(kKeyCodecId, &info.codecId);
+    format->findInt32(kKeyBitrate, &info.bitrate);
+    return true;
+}
+
+bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
+    // The request and the cluster record are built privately and published under mBoostLock,
+    // so the buffer path and set-parameters never see a half-filled record.
+    TavroUxInfo ux;
+    auto cluster = std::make_shared<TavroClusterInfo>();
+    auto params = std::make_shared<TavroVideoBoostParams>();
+    TavroWhiteListCacheMgr* manager = TavroWhiteListCacheMgr::getInstance();
+    manager->getBoostInfo(static_cast<int32_t>(mCallingPid), info, ux, cluster);
+    manager->parseClusterInfo(*cluster, params->clusterParams);
+
+    int32_t sched;
+    const bool video = mIsVideo.load();
+    if (video) {
+        params->needVendorBoost = ux.needVendorBoost;
+        sched = ux.schedVideo;
+        params->sched = sched;
+        if (info.component.find(kSecureComponentMark) != std::string::npos) {
+            params->ddrFreq = ux.ddrFreq;
+            TAVRO_LOGV(6, "DRM video, DDR boost");
+        }
+    } else {
+        params->swThreads = ux.swThreads;
+        sched = ux.schedAudio;
+        params->sched = sched;
+    }
+
+    std::vector<int32_t> boostTids;
+    {
+        std::lock_guard<std::mutex> lock(mBoostLock);
+        boostTids = mBoostTids;
+    }
+    const int32_t pid = static_cast<int32_t>(getpid());
+    if (sched >= 1) {
+        ux.tids.insert(ux.tids.end(), boostTids.begin(), boostTids.end());
+        for (int32_t tid : ux.tids) {
+            params->threads.insert(params->threads.end(), {pid, tid, sched});
+        }
+    }
+    if (cluster->minUclamp != 0) {
+        for (int32_t index : cluster->uclampIndex) {
+            if (index < 0 || static_cast<size_t>(index) >= boostTids.size()) continue;
+            params->uclampThreads.insert(params->uclampThreads.end(),
+                                         {boostTids[index], cluster->minUclamp});
+            TAVRO_LOGV(6, "Set uclamp tid: %d, minClamp: %d", boostTids[index],
+                       cluster->minUclamp);
+        }
+    }
+    {
+        std::lock_guard<std::mutex> lock(mBoostLock);
+        mBoostParams = params;
+        std::atomic_store(&mClusterInfo, cluster);
+    }
+
+    if (video && !ux.appThreads.empty()) {
+        sp<AMessage> boostApp = new AMessage(kWhatBoostApp, this);
+        boostApp->setString(kKeyAppThreads, ux.appThreads.c_str());
+        boostApp->setInt32(kKeySched, sched);
+        boostApp->post(kTavroCheckPeriodUs);
+    }
+    return true;
+}
+
+void TavroCCodec::startMediaBoost() {
+    int32_t limit = 0;
+    bool countFps = false;
+    {
+        std::lock_guard<std::mutex> lock(mBoostLock);
+        if (mBoostState == kBoostStateNone || mClusterInfo == nullptr) return;
+        countFps = mClusterInfo->countFps;
+        limit = mClusterInfo->limitOpRate;
+    }
+    TAVRO_LOGV(6, "TavroCCodec::startMediaBoost start");
+    const int32_t rate = mOperatingRate.load();
+    if (limit >= 1 && rate < limit) {
+        // The cluster part waits for the watchdog to see the rate reach the limit.
+        TAVRO_LOGV(6, "Operating rate[%d] < mClusterInfo->limitOpRate[%d]", rate, limit);
+        if (countFps && mIsVideo.load() && !mIsEncoder.load()) {
+            postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
+        }
+        executeMediaBoost(kBoostSendThreads);
+        return;
+    }
+    executeMediaBoost(kBoostSendAll);
+    TAVRO_LOGV(6, "TavroCCodec::startMediaBoost end");
+}
+
+void TavroCCodec::executeMediaBoost(uint32_t flags) {
+    std::lock_guard<std::mutex> lock(mBoostLock);
+    TAVRO_LOGV(6, "Execute media boost, state[0x%x], flags[0x%x]", mBoostState, flags);
+    if (mBoostState == kBoostStateNone || mBoostParams == nullptr || mVideoBoost == nullptr) {
+        TAVRO_LOGI("Media boost is not initialized or no boost info.");
+        return;
+    }
+    const TavroVideoBoostParams& whole = *mBoostParams;
+    switch (flags) {
+        case kBoostSendThreads: {
+            if (whole.needVendorBoost || !whole.threads.empty()) {
+                TavroVideoBoostParams request;
+                request.needVendorBoost = whole.needVendorBoost;
+                request.sched = whole.sched;
+                request.threads = whole.threads;
+                mVideoBoost->boost(request);
+            }
+            mBoostState = kBoostStateThreads;
+            break;
+        }
+        case kBoostSendCluster: {
+            if ((mBoostState & kBoostStateCluster) == 0 && !whole.clusterParams.empty()) {
+                TavroVideoBoostParams request;
+                request.clusterParams = whole.clusterParams;
+                mVideoBoost->boost(request);
+                mBoostState |= kBoostStateCluster;
+            }
+            break;
+        }
+        case kBoostSendAll:
+            mVideoBoost->boost(whole);
+            mBoostState = kBoostSendAll;
+            break;
+        case kBoostReleaseCluster:
+            if ((mBoostState & kBoostStateCluster) != 0) {
+                mVideoBoost->unboost(kBoostReleaseCluster);
+                mBoostState &= ~kBoostStateCluster;
+            }
+            break;
+        case kBoostReleaseAll:
+            mVideoBoost->unboost(kBoostReleaseAll);
+            mBoostState = kBoostStateArmed;
+            break;
+        default:
+            break;
+    }
+}
+
+void TavroCCodec::boostAppKeyThread(const sp<AMessage>& params) {
+    std::lock_guard<std::mutex> lock(mBoostLock);
+    AString text;
+    if (mVideoBoost == nullptr || mBoostParams == nullptr || mBoostParams->sched < 1 ||
+        !params->findString(kKeyTavroBoostInfo, &text)) {
+        return;
+    }
+    TAVRO_LOGD("App key thread: %s", text.c_str());
+
+    std::vector<std::string> tokens;
+    TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(text.c_str(), kBoostInfoTidSeparator,
+                                                          tokens);
+    std::set<int32_t> ids;  // ascending, without duplicates
+    for (const std::string& token : tokens) {
+        int32_t tid = 0;
+        if (!tavroParseInt32(token, &tid)) {
+            ALOGE("App key thread: '%s' is not a thread id, skipped", token.c_str());
+            continue;
+        }
+        bool known = false;
+        for (int32_t boosted : mBoostTids) known = known || boosted == tid;
+        if (!known) ids.insert(tid);
+    }
+    if (ids.empty() && !mBoostParams->needVendorBoost) return;
+
+    TavroVideoBoostParams request;
+    request.sched = mBoostParams->sched;
+    const int32_t pid = static_cast<int32_t>(getpid());
+    for (int32_t tid : ids) request.threads.insert(request.threads.end(), {pid, tid, request.sched});
+    mVideoBoost->boost(request);
+}
+
+}  // namespace android
