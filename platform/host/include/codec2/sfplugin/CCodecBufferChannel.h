@@ -93,6 +93,8 @@ public:
     void setParametersStatusForTesting(status_t status) { mSetParametersStatus.store(status); }
     void setInputDelayForTesting(uint32_t delay) { mInputDelay.store(delay); }
     void setStoppingForTesting(bool stopping) { mStopping.store(stopping); }
+    // The platform callback the channel was built with (what the component's events reach).
+    std::shared_ptr<CCodecCallback> baseCallbackForTesting() const { return mCCodecCallback; }
 
 protected:
     std::shared_ptr<CCodecCallback> mCCodecCallback;

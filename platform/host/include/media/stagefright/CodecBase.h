@@ -15,8 +15,9 @@
 
 namespace android {
 
-class Surface;           // opaque output surface
-class PersistentSurface;  // opaque input surface
+// Output and persistent input surfaces: opaque to the plug-in, which only passes them on.
+class Surface : public RefBase {};
+class PersistentSurface : public RefBase {};
 
 enum ActionCode {
     ACTION_CODE_FATAL = 0,
