@@ -1,0 +1,167 @@
+// AString, String8 and ABuffer.
+#include <gtest/gtest.h>
+
+#include <media/stagefright/foundation/ABuffer.h>
+#include <media/stagefright/foundation/AMessage.h>
+#include <media/stagefright/foundation/AString.h>
+#include <utils/String8.h>
+
+#include <cstring>
+
+namespace android {
+namespace {
+
+TEST(AStringTest, ConstructionAppendAndCompare) {
+    AString s("video/");
+    s.append("avc");
+    s.append(' ');
+    s.append(42);
+    s.append(-1L);
+    s.append(7u);
+    s.append(AString("!"));
+    EXPECT_STREQ("video/avc 42-17!", s.c_str());
+    EXPECT_EQ(16u, s.size());
+    EXPECT_FALSE(s.empty());
+    EXPECT_EQ('v', s[0]);
+    EXPECT_EQ('\0', s[s.size()]);
+
+    EXPECT_STREQ("", AString(nullptr).c_str());
+    EXPECT_STREQ("ab", AString("abc", 2).c_str());
+    EXPECT_STREQ("de", AString(AString("abcdef"), 3, 2).c_str());
+    EXPECT_STREQ("f", AString(AString("abcdef"), 5, 10).c_str());
+    EXPECT_STREQ("", AString(AString("abc"), 10, 1).c_str());
+
+    EXPECT_TRUE(AString("a") < AString("b"));
+    EXPECT_TRUE(AString("abc") == "abc");
+    EXPECT_TRUE(AString("abc") != "abd");
+    EXPECT_LT(AString("abc").compare(AString("abd")), 0);
+    EXPECT_EQ(0, AString("ABC").compareIgnoreCase(AString("abc")));
+    EXPECT_TRUE(AString("Video/AVC").equalsIgnoreCase("video/avc"));
+    EXPECT_FALSE(AString("Video/AVC").equalsIgnoreCase("video/av"));
+}
+
+TEST(AStringTest, PrefixSuffixAndFind) {
+    struct Case {
+        const char* text;
+        const char* probe;
+        bool starts, ends, startsIgnoreCase, endsIgnoreCase;
+        ssize_t found;
+    };
+    const Case kCases[] = {
+            {"video/hevc", "video/", true, false, true, false, 0},
+            {"VIDEO/hevc", "video/", false, false, true, false, -1},
+            {"video/hevc", "HEVC", false, false, false, true, -1},
+            {"video/hevc", "hevc", false, true, false, true, 6},
+            {"ab", "abc", false, false, false, false, -1},
+            {"", "", true, true, true, true, 0},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(std::string(c.text) + " / " + c.probe);
+        AString s(c.text);
+        EXPECT_EQ(c.starts, s.startsWith(c.probe));
+        EXPECT_EQ(c.ends, s.endsWith(c.probe));
+        EXPECT_EQ(c.startsIgnoreCase, s.startsWithIgnoreCase(c.probe));
+        EXPECT_EQ(c.endsIgnoreCase, s.endsWithIgnoreCase(c.probe));
+        EXPECT_EQ(c.found, s.find(c.probe));
+    }
+    AString s("abcabc");
+    EXPECT_EQ(3, s.find("abc", 1));
+    EXPECT_EQ(-1, s.find("abc", 4));
+    EXPECT_EQ(-1, s.find("a", 100));
+    EXPECT_EQ(-1, s.find(nullptr));
+}
+
+TEST(AStringTest, EditingOperations) {
+    AString s("  Mixed Case \t");
+    s.trim();
+    EXPECT_STREQ("Mixed Case", s.c_str());
+    s.tolower();
+    EXPECT_STREQ("mixed case", s.c_str());
+    s.erase(0, 6);
+    EXPECT_STREQ("case", s.c_str());
+    s.erase(10, 1);  // past the end: ignored
+    s.insert(AString("lower"), 0);
+    EXPECT_STREQ("lowercase", s.c_str());
+    s.setTo("xyz", 2);
+    EXPECT_STREQ("xy", s.c_str());
+    s.setTo(s, 1, 5);  // from itself
+    EXPECT_STREQ("y", s.c_str());
+    s.clear();
+    EXPECT_TRUE(s.empty());
+    EXPECT_STREQ("w=1920 h=1080 r=29.97",
+                 AStringPrintf("w=%d h=%d r=%.2f", 1920, 1080, 29.97).c_str());
+}
+
+TEST(String8Test, FormatAppendFindAndCompare) {
+    String8 s = String8::format("%s:%d", "uid", 10086);
+    EXPECT_STREQ("uid:10086", s.c_str());
+    EXPECT_STREQ("uid:10086", s.string());
+    EXPECT_EQ(9u, s.size());
+    EXPECT_EQ(9u, s.length());
+    EXPECT_EQ(OK, s.appendFormat(",%03d", 7));
+    s += ";";
+    s += String8("x");
+    EXPECT_EQ(OK, s.append("yz"));
+    EXPECT_STREQ("uid:10086,007;xyz", s.c_str());
+    EXPECT_EQ(4, s.find("10086"));
+    EXPECT_EQ(-1, s.find("10086", 5));
+    EXPECT_EQ(-1, s.find("10086", 500));
+    EXPECT_TRUE(s.contains(";x"));
+    EXPECT_FALSE(s.contains("UID"));
+    EXPECT_EQ(BAD_VALUE, s.appendFormat(nullptr));
+
+    EXPECT_TRUE(String8("a") < String8("b"));
+    EXPECT_TRUE(String8("a") == "a");
+    EXPECT_TRUE(String8("a") != String8("b"));
+    EXPECT_TRUE(String8(nullptr).isEmpty());
+    EXPECT_STREQ("ab", String8("abc", 2).c_str());
+    EXPECT_STREQ("std", String8(std::string("std")).c_str());
+    EXPECT_EQ("std", String8(std::string("std")).toStdString());
+
+    String8 t("Keep");
+    t.setTo("New");
+    EXPECT_STREQ("New", t.c_str());
+    t.toLower();
+    EXPECT_STREQ("new", t.c_str());
+    t.clear();
+    EXPECT_TRUE(t.isEmpty());
+    EXPECT_STREQ("", t.c_str());
+}
+
+TEST(ABufferTest, WrappedBufferSharesTheCallersMemory) {
+    uint8_t storage[16] = {};
+    sp<ABuffer> buffer = new ABuffer(storage, sizeof(storage));
+    EXPECT_EQ(storage, buffer->base());
+    EXPECT_EQ(storage, buffer->data());
+    EXPECT_EQ(16u, buffer->capacity());
+    EXPECT_EQ(16u, buffer->size());
+    EXPECT_EQ(0u, buffer->offset());
+    buffer->setRange(4, 8);
+    EXPECT_EQ(storage + 4, buffer->data());
+    EXPECT_EQ(8u, buffer->size());
+    EXPECT_EQ(4u, buffer->offset());
+    buffer->data()[0] = 0xAB;
+    EXPECT_EQ(0xAB, storage[4]);
+    buffer->setRange(16, 0);  // empty range at the end is valid
+    EXPECT_EQ(0u, buffer->size());
+    buffer.clear();  // must not free `storage` (ASan would report)
+    EXPECT_EQ(0xAB, storage[4]);
+}
+
+TEST(ABufferTest, OwningBufferIsZeroedAndCopiesWhenAsked) {
+    sp<ABuffer> owned = new ABuffer(8);
+    for (size_t i = 0; i < owned->size(); ++i) EXPECT_EQ(0, owned->data()[i]);
+    const uint8_t bytes[] = {1, 2, 3};
+    sp<ABuffer> copy = ABuffer::CreateAsCopy(bytes, sizeof(bytes));
+    EXPECT_NE(bytes, copy->data());
+    EXPECT_EQ(0, memcmp(bytes, copy->data(), sizeof(bytes)));
+    copy->meta()->setInt64("timeUs", 33);
+    int64_t timeUs = 0;
+    EXPECT_TRUE(copy->meta()->findInt64("timeUs", &timeUs));
+    EXPECT_EQ(33, timeUs);
+    copy->setInt32Data(5);
+    EXPECT_EQ(5, copy->int32Data());
+}
+
+}  // namespace
+}  // namespace android
