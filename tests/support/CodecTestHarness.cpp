@@ -6,6 +6,7 @@
 #include <host/HostLog.h>
 #include <host/HostProperties.h>
 #include <media/MediaCodecInfo.h>
+#include <tavro/TavroListUtils.h>
 #include <tavro/TavroVideoBoost.h>
 
 #include "whitelist/TavroSystemProbe.h"
@@ -27,6 +28,7 @@ void resetHostWorld() {
     TavroWhiteListCacheMgr::getInstance()->setClockForTesting(nullptr);
     TavroWhiteListCacheMgr::getInstance()->resetForTesting();
     setProcRootForTesting(kProcRootDefault);
+    setProcessNameRootForTesting("/proc");
     IPCThreadState::self()->clearCallingIdentityForTesting();
 }
 
