@@ -223,6 +223,39 @@ TEST_F(TavroCCodecTest, OnWorkDoneHandsEveryWorkToTheChannel) {
     EXPECT_EQ(h->analysis()->countersForTesting().outputBuffers, 3);
 }
 
+TEST_F(TavroCCodecTest, FirstRenderRestoresTheAppsOperatingRateOnce) {
+    host::HostListService::setByUid("decoder-startup-operating-rate", getuid(), "120");
+    h->allocate("c2.qti.avc.decoder");
+    sp<AMessage> format = makeFormat("video/avc");
+    format->setFloat("operating-rate", 30.0f);
+    h->configure(format);
+    float startup = 0.0f;
+    ASSERT_TRUE(h->configuredFormat()->findFloat("operating-rate", &startup));
+    EXPECT_EQ(startup, 120.0f);
+    h->start();
+
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(h->channel()->renderOutputBuffer(makeBuffer(16, 40000 * i), 1000000 * i), OK);
+    }
+    h->runPending();
+    std::vector<float> restored;
+    for (const CCodec::Call& call : h->codec()->callsForTesting()) {
+        float rate = 0.0f;
+        if (call.name == "signalSetParameters" && call.msg->findFloat("operating-rate", &rate)) {
+            restored.push_back(rate);
+        }
+    }
+    EXPECT_EQ(restored, std::vector<float>{30.0f});
+    EXPECT_EQ(host::HostLog::count("setExtParam: Reset operating-rate(30)", "TavroCCodec"), 1u);
+}
+
+TEST_F(TavroCCodecTest, NoRestoreWithoutAStartupRate) {
+    playVideoDecoder();
+    ASSERT_EQ(h->channel()->renderOutputBuffer(makeBuffer(16, 0), 0), OK);
+    h->runPending();
+    EXPECT_EQ(baseCallNames(*h).back(), "initiateStart");
+}
+
 TEST_F(TavroCCodecTest, ReportOverLoadInfoGoesToTheAnalysisOnly) {
     playVideoDecoder();
     h->codec()->reportOverLoadInfo();
