@@ -3,10 +3,16 @@
 // callback, then forwards to the platform; on top it stamps first input/output/render, reports
 // stream corruption, stutter and super-resolution events from work results, tracks playback speed
 // and fast-forward, and keeps the HDR bit set.
+//
+// Threads: the platform calls the overrides from its input, render and work-completion threads,
+// which may overlap. mLock guards only the render-time history and mFileFps (and is held across
+// the platform flush); every other field is an atomic written by the path named next to it.
 #pragma once
 
 #include <stdint.h>
 
+#include <array>
+#include <atomic>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -24,48 +30,192 @@ namespace android {
 
 class TavroAnalysisFPS;
 
+// ---- Vendor parameters written to the component: 12-byte records (size 12, index, value) ----
+constexpr uint32_t kVppInputDelayParamIndex = 0xC0008605;  // uint32: platform input delay
+constexpr uint32_t kVppModeParamIndex = 0xC0008600;        // uint32: 1 = fast-forward / forced
+constexpr uint32_t kFileFpsParamIndex = 0xC2002000;        // float: content frame rate
+constexpr uint32_t kTavroVendorParamSize = 12;
+
+// ---- Parameters read from the component's work results ----
+// Stutter text: NUL-terminated at byte 8, once the stream-id bits are cleared.
+constexpr uint32_t kVppStutterInfoIndex = 0xA0018602;
+constexpr uint32_t kVppStutterInfoMask = 0xFE0FFFFF;
+constexpr uint32_t kVppStutterInfoCore = 0x18602;
+// Super-resolution status: int32 at byte 8, once the direction and stream-id bits are cleared.
+constexpr uint32_t kSrStatusInfoIndex = 0xC0008604;
+constexpr uint32_t kSrStatusInfoMask = 0xCE0FFFFF;
+constexpr uint32_t kSrStatusInfoCore = 0x8604;
+constexpr uint32_t kParamCoreMask = 0x1FFFF;
+constexpr uint32_t kParamDirMask = 0x30000000;
+constexpr uint32_t kParamDirGlobal = 0x20000000;
+constexpr uint32_t kParamStreamFlag = 0x02000000;
+constexpr uint32_t kParamStreamIdMask = 0x01F00000;
+constexpr uint32_t kParamStreamIdMax = 0x01E00000;
+
+// Codec2 output flags the channel tests (C2FrameData::flags_t values).
+constexpr uint32_t kWorkFlagDropFrame = 1;
+constexpr uint32_t kWorkFlagDiscardFrame = 4;
+constexpr uint32_t kWorkFlagIncomplete = 8;
+
+// ---- Keys, values and log texts ----
+constexpr char kKeyFirstInputTime[] = "first-input-time";
+constexpr char kKeyFirstOutputTime[] = "first-output-time";
+constexpr char kKeyTimeUs[] = "timeUs";
+constexpr char kDataCorruptStart[] = "START";
+constexpr char kDataCorruptStop[] = "STOP";
+constexpr char kPeltoEventWechatSr[] = "pelto_event_video_wechat_sr";
+constexpr char kPeltoEventOn[] = "on";
+constexpr char kLogDataCorruptStart[] = "onWorkDone: stream data corrupt start";
+constexpr char kLogDataCorruptStop[] = "onWorkDone: stream data corrupt stop";
+constexpr char kLogSetWechatSr[] = "set PELTO_EVENT_PELTOSERVICE_WECHAT_SR";
+constexpr char kLogStutterInfo[] = "[%s:L%d] C2VppStutterInfo:%s";
+constexpr char kLogScanType[] = "mVideoScanType is: %d";
+constexpr char kLogFFModeStatus[] = "[%s:L%d] bFFModeStatus:%d, iVppWhiteListValue:%d";
+constexpr char kLogRenderSample[] =
+        "laster: pts:%lld, render:%lld, sys:%lld unit[pts:%f render:%f sys:%f] speed:%f - %f";
+constexpr char kLogFFChanged[] = "[%s:L%d]isChanged:FileFps:%d Speed:%d old:FileFps:%f FF:%d";
+constexpr char kLogHdrVivid[] = "HdrType HdrVivid %d";
+constexpr char kLogHdr10Plus[] = "HdrType Hdr10+ %d";
+constexpr char kLogHdr10OrHlg[] = "HdrType HDR10 or HLG %d";
+
+// ---- Playback speed detection: model and thresholds ----
+// Every rendered or discarded frame leaves a sample (pts, render time, system time, all in ms).
+// The newest sample is compared with the one 10 frames before it: 10 000 / (difference) is the
+// rate in frames per second over that span, for the content (pts), the display (render) and the
+// wall clock (sys). A speed ratio is content rate over display or wall rate, so 2 means the
+// content advances twice as fast as it is shown.
+constexpr size_t kRenderHistoryMax = 51;          // 5 spans of 10 plus the newest sample
+constexpr size_t kRenderSpan = 10;                // intervals per rate measurement
+constexpr double kRenderRateNumerator = 10000.0;  // 10 frames x 1000 ms
+constexpr float kFileFpsChangeMin = 1.0f;         // a content rate change must exceed this, in fps
+constexpr double kZeroSpeedFloor = 0.0001;        // a ratio at or below this carries no information
+constexpr float kFastSpeed = 1.2f;                // playback at or above 1.2x counts as fast
+constexpr size_t kEnterFastSamples = 31;          // three spans (20 frames) all fast
+constexpr size_t kLeaveFastSamples = 51;          // five spans (40 frames) all normal
+constexpr size_t kResetFastMaxSamples = 30;       // a history this short means it was restarted
+
+// HDR bits of the channel's set.
+constexpr uint32_t kChannelHdrVivid = 16;
+constexpr uint32_t kChannelHdr10Plus = 4;
+
+// One render-time sample. The five rates are 0 until the sample is compared with an older one.
+struct cRenderTimeInfo {
+    uint64_t pts = 0;      // presentation time, ms
+    uint64_t render = 0;   // render time, ms; 0 for a discarded frame
+    uint64_t sys = 0;      // monotonic time when the sample was made, ms
+    float renderUnit = 0;  // 10000 / render difference over the span
+    float ptsUnit = 0;     // 10000 / pts difference over the span: content frame rate
+    float sysUnit = 0;     // 10000 / sys difference over the span
+    float speed = 0;       // renderUnit / ptsUnit
+    float speed2 = 0;      // sysUnit / ptsUnit
+};
+
 class TavroCCodecBufferChannel : public CCodecBufferChannel {
-public:
+  public:
     // `baseCallback` goes to the platform channel; the channel keeps `tavroCallback` and one strong
-    // reference to `analysis` (which may be null).
+    // reference to `analysis`. Either may be null: the calls to it are then skipped.
     TavroCCodecBufferChannel(const std::shared_ptr<CCodecCallback>& baseCallback,
                              const std::shared_ptr<TavroCCodecCallback>& tavroCallback,
                              const sp<TavroAnalysisFPS>& analysis);
     ~TavroCCodecBufferChannel() override;
 
+    // Input thread. Stamps the first input (and writes the input delay when the post-processing
+    // white-list value is set), counts the bytes, forwards; a failed platform queue is returned
+    // as it is with nothing further done. While the analysis object wants it, probes the
+    // bitstream for the scan type and forces post-processing mode when it settles progressive.
     status_t queueInputBuffer(const sp<MediaCodecBuffer>& buffer) override;
+    // As queueInputBuffer, without the input-delay write and without the scan-type probe.
     status_t queueSecureInputBuffer(const sp<MediaCodecBuffer>& buffer, bool secure,
                                     const uint8_t* key, const uint8_t* iv, CryptoPlugin::Mode mode,
                                     CryptoPlugin::Pattern pattern,
                                     const CryptoPlugin::SubSample* subSamples, size_t numSubSamples,
                                     AString* errorDetailMsg) override;
+    // Render thread. `timestampNs` is the display time in ns. With tracking on, the buffer's
+    // "timeUs" meta (0 when absent) and the render time feed the speed detection. The first call
+    // reports the first-frame time whatever the platform returns.
     status_t renderOutputBuffer(const sp<MediaCodecBuffer>& buffer, int64_t timestampNs) override;
+    // A dropped frame: counted, and with tracking on recorded with render time 0.
     status_t discardBuffer(const sp<MediaCodecBuffer>& buffer) override;
+    // Empties the render-time history and flushes the platform, under mLock.
     void flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) override;
+    // Work-completion thread. Counts the output, opens or closes the corrupt-data span (while a
+    // feedback id is set), acts on the first stutter or super-resolution record of the work's
+    // configUpdate, stamps the first output, then hands the work to the platform. Records are
+    // read only within their size field; a null work or worklet is passed on untouched.
     void onWorkDone(std::unique_ptr<C2Work> work, const sp<AMessage>& outputFormat,
                     const C2StreamInitDataInfo::output* initData) override;
 
     // Maker operations.
+    // 0 stops feedback collection (and with it the corrupt-data reports).
     void setFeedbackId(int64_t id) override;
+    // Merges `msg` into the analysis statistics; NO_INIT without an analysis object.
     status_t sendFeedbackInfo(const sp<AMessage>& msg) override;
-    // Enables fast-forward tracking and stores the post-processing white-list value. The name is
-    // the one the platform side calls; it is kept as it is.
+    // Enables fast-forward tracking and stores the post-processing white-list value (configure
+    // time). The name is the one the platform side calls; it is kept as it is.
     void cheekFFModeStatus(bool enable, int32_t vppWhiteListValue) override;
     void setInputMetEos(bool eos) override;
+    // ORs `type` into the HDR bit set; on a change logs the kind and hands `type` (not the set)
+    // to the analysis object.
     void setHdrType(int32_t type) override;
+    // 16 when `data` starts with the HDR Vivid dynamic-metadata header (T.35 country 0x26,
+    // provider 4, provider code 5, version 1) and holds at least 10 bytes; 0 otherwise.
     int32_t parserDynamicMetaData(const uint8_t* data, int32_t size) override;
 
     bool getDisableWCG() const;
     void setDisableWCG(bool disable);
 
     // Playback speed and fast-forward detection (called after every render and discard while
-    // tracking is on): `pts` and `render` in milliseconds, render 0 for a dropped frame.
+    // tracking is on; render and discard paths only). `pts` and `render` in ms, render 0 for a
+    // dropped frame; pts 0 empties the history first. Timestamps that do not advance restart the
+    // history rather than produce a rate.
     void pushRenderTimeInfo(uint64_t pts, uint64_t render);
+    // Writes FileFpsParam when the content rate moved by more than 1 fps, and flips VppModeParam
+    // on a speed decision while the analysis object reports a non-zero scan type. A failed write
+    // is retried (VppModeParam only) on every later call that sees no change.
     void setFFmode();
+    // Enter: 31+ samples, each of the last three spans has a ratio of at least 1.2. Leave: a full
+    // history of 51 whose five spans all have a non-zero ratio and none above 1.2. Reset: in fast
+    // mode with 30 samples or fewer. Logs the ratios it walked when it returns true.
     bool isSpeedChanged();
+    // True (and mFileFps updated) when 11+ samples are held and the newest content rate differs
+    // from mFileFps by more than 1 fps.
     bool isFileFpsChanged();
 
-    // TODO(channel helper): private state (see the data model of the channel).
+  private:
+    // History access; mLock held. Index 0 is the oldest sample.
+    cRenderTimeInfo& sampleAt_l(size_t i) {
+        return mRenderTimeInfos[(mRenderHead + i) % kRenderHistoryMax];
+    }
+    void clearHistory_l() { mRenderHead = 0, mRenderCount = 0; }
+    void pushSample_l(uint64_t pts, uint64_t render);
+    bool fileFpsChanged_l();
+    // Writes one 12-byte record; returns the platform status.
+    status_t writeVendorParamU32(uint32_t index, uint32_t value);
+    // "timeUs" of the buffer's meta in ms, 0 when absent.
+    static int64_t metaTimeMs(const sp<MediaCodecBuffer>& buffer);
+    void scanWorkResults(const C2Worklet& worklet);
+
+    std::shared_ptr<TavroCCodecCallback> mTavroCallback;
+    sp<TavroAnalysisFPS> mAnalysisFPS;
+    std::atomic<uint32_t> mHdrType{0};    // setHdrType (platform side)
+    std::atomic<int64_t> mFeedbackID{0};  // codec: configure and destruction
+    // The render-time history: a fixed ring holding the newest kRenderHistoryMax samples, oldest
+    // first, so that recording a frame never allocates. It behaves as a bounded queue of samples.
+    std::array<cRenderTimeInfo, kRenderHistoryMax> mRenderTimeInfos;
+    size_t mRenderHead = 0;
+    size_t mRenderCount = 0;
+    std::atomic<uint32_t> mFFmode{0};               // render and discard paths
+    std::atomic<status_t> mLastSetParamStatus{OK};  // render and discard paths
+    float mFileFps = 0;
+    std::mutex mLock;
+    std::atomic<bool> mFFModeStatus{false};        // codec, configure time
+    std::atomic<int32_t> mVppWhiteListValue{0};    // codec, configure time
+    std::atomic<bool> mDataCorrupt{false};         // work-completion path
+    std::atomic<bool> mScanTypeFound{false};       // input path
+    std::atomic<bool> mFirstInputDone{false};      // input paths
+    std::atomic<bool> mFirstOutputDone{false};     // work-completion path
+    std::atomic<bool> mFirstFrameRendered{false};  // render path
+    std::atomic<bool> mDisableWCG{false};          // codec, configure time
 };
 
 }  // namespace android

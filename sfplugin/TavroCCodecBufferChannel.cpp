@@ -1,0 +1,467 @@
+#define LOG_NDEBUG 0
+#define LOG_TAG "TavroCCodecBufferChannel"
+#include "sfplugin/TavroCCodecBufferChannel.h"
+
+#include <inttypes.h>
+#include <math.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <vector>
+
+#include <C2Param.h>
+#include <media/stagefright/foundation/ABuffer.h>
+#include <tavro/PeltoEventUploadUtils.h>
+#include <tavro/TavroAnalysisFPS.h>
+#include <utils/String8.h>
+#include <utils/Timers.h>
+
+#include "common/TavroLog.h"
+
+namespace android {
+
+namespace {
+
+// The vendor records the channel writes: the 8-byte header, then one 32-bit value.
+struct TavroU32Param : public C2Param {
+    TavroU32Param(uint32_t index, uint32_t v) : C2Param(kTavroVendorParamSize, index), value(v) {}
+    uint32_t value;
+};
+
+struct TavroFloatParam : public C2Param {
+    TavroFloatParam(uint32_t index, float v) : C2Param(kTavroVendorParamSize, index), value(v) {}
+    float value;
+};
+
+static_assert(sizeof(TavroU32Param) == kTavroVendorParamSize, "vendor record must be 12 bytes");
+static_assert(sizeof(TavroFloatParam) == kTavroVendorParamSize, "vendor record must be 12 bytes");
+
+// Monotonic time in ms, as the history keeps it: seconds x 1000 plus ns / 1e6, in double.
+uint64_t monotonicMs() {
+    const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    if (now <= 0) return 0;
+    const int64_t seconds = now / 1000000000;
+    const int64_t nanos = now % 1000000000;
+    return static_cast<uint64_t>(static_cast<double>(seconds) * 1000.0 +
+                                 static_cast<double>(nanos) / 1e6);
+}
+
+// The first worklet of a work, or null.
+C2Worklet* firstWorklet(const std::unique_ptr<C2Work>& work) {
+    if (work == nullptr || work->worklets.empty()) return nullptr;
+    return work->worklets.front().get();
+}
+
+}  // namespace
+
+TavroCCodecBufferChannel::TavroCCodecBufferChannel(
+        const std::shared_ptr<CCodecCallback>& baseCallback,
+        const std::shared_ptr<TavroCCodecCallback>& tavroCallback,
+        const sp<TavroAnalysisFPS>& analysis)
+    : CCodecBufferChannel(baseCallback), mTavroCallback(tavroCallback), mAnalysisFPS(analysis) {}
+
+TavroCCodecBufferChannel::~TavroCCodecBufferChannel() = default;
+
+// ---- Buffer hooks ----------------------------------------------------------------------------
+
+status_t TavroCCodecBufferChannel::queueInputBuffer(const sp<MediaCodecBuffer>& buffer) {
+    if (!mFirstInputDone.exchange(true)) {
+        if (mAnalysisFPS != nullptr) {
+            sp<AMessage> msg = new AMessage();
+            msg->setInt64(kKeyFirstInputTime, systemTime(SYSTEM_TIME_MONOTONIC));
+            mAnalysisFPS->updateParameters(msg);
+        }
+        if (mVppWhiteListValue.load(std::memory_order_relaxed) != 0) {
+            // The component sizes its post-processing queue from it; a refusal changes nothing.
+            (void)writeVendorParamU32(kVppInputDelayParamIndex, getInputDelay());
+        }
+    }
+    if (buffer != nullptr && mAnalysisFPS != nullptr) {
+        mAnalysisFPS->statsBufferSize(static_cast<int64_t>(buffer->size()));
+    }
+    if (mTavroCallback != nullptr) mTavroCallback->onQueueInputBuffer();
+
+    const status_t err = CCodecBufferChannel::queueInputBuffer(buffer);
+    if (err != OK) return err;
+
+    if (mAnalysisFPS != nullptr && buffer != nullptr &&
+        !mScanTypeFound.load(std::memory_order_relaxed) &&
+        mAnalysisFPS->getNeedCheckScanType() != 0) {
+        sp<ABuffer> bytes = new ABuffer(buffer->data(), buffer->size());
+        const bool found = mAnalysisFPS->scanTypeExtractor(bytes);
+        mScanTypeFound.store(found, std::memory_order_relaxed);
+        const int32_t scanType = mAnalysisFPS->getVideoScanType();
+        TAVRO_LOGV(6, kLogScanType, scanType);
+        if (found && scanType == 0) {
+            // Progressive content: post-processing runs in its fast path from the start.
+            (void)writeVendorParamU32(kVppModeParamIndex, 1);
+        }
+    }
+    if (mAnalysisFPS != nullptr) mAnalysisFPS->inputBuffer(buffer);
+    return err;
+}
+
+status_t TavroCCodecBufferChannel::queueSecureInputBuffer(
+        const sp<MediaCodecBuffer>& buffer, bool secure, const uint8_t* key, const uint8_t* iv,
+        CryptoPlugin::Mode mode, CryptoPlugin::Pattern pattern,
+        const CryptoPlugin::SubSample* subSamples, size_t numSubSamples, AString* errorDetailMsg) {
+    if (!mFirstInputDone.exchange(true) && mAnalysisFPS != nullptr) {
+        sp<AMessage> msg = new AMessage();
+        msg->setInt64(kKeyFirstInputTime, systemTime(SYSTEM_TIME_MONOTONIC));
+        mAnalysisFPS->updateParameters(msg);
+    }
+    if (buffer != nullptr && mAnalysisFPS != nullptr) {
+        mAnalysisFPS->statsBufferSize(static_cast<int64_t>(buffer->size()));
+    }
+    if (mTavroCallback != nullptr) mTavroCallback->onQueueInputBuffer();
+
+    const status_t err = CCodecBufferChannel::queueSecureInputBuffer(
+            buffer, secure, key, iv, mode, pattern, subSamples, numSubSamples, errorDetailMsg);
+    if (err != OK) return err;
+    if (mAnalysisFPS != nullptr) mAnalysisFPS->inputBuffer(buffer);
+    return err;
+}
+
+int64_t TavroCCodecBufferChannel::metaTimeMs(const sp<MediaCodecBuffer>& buffer) {
+    int64_t timeUs = 0;
+    if (buffer != nullptr) {
+        sp<AMessage> meta = buffer->meta();
+        if (meta == nullptr || !meta->findInt64(kKeyTimeUs, &timeUs)) timeUs = 0;
+    }
+    return timeUs / 1000;
+}
+
+status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>& buffer,
+                                                      int64_t timestampNs) {
+    if (mAnalysisFPS != nullptr) mAnalysisFPS->renderBuffer(timestampNs);
+    if (mTavroCallback != nullptr) mTavroCallback->renderOutputBuffer(buffer, timestampNs);
+    if (mFFModeStatus.load(std::memory_order_relaxed)) {
+        // Both truncate toward zero; a negative time wraps, which the history treats as a jump.
+        pushRenderTimeInfo(static_cast<uint64_t>(metaTimeMs(buffer)),
+                           static_cast<uint64_t>(timestampNs / 1000000));
+        setFFmode();
+    }
+    const status_t err = CCodecBufferChannel::renderOutputBuffer(buffer, timestampNs);
+    if (!mFirstFrameRendered.exchange(true) && mAnalysisFPS != nullptr) {
+        mAnalysisFPS->reportFirstFrameTime(systemTime(SYSTEM_TIME_MONOTONIC));
+    }
+    return err;
+}
+
+status_t TavroCCodecBufferChannel::discardBuffer(const sp<MediaCodecBuffer>& buffer) {
+    if (mAnalysisFPS != nullptr) mAnalysisFPS->discardBuffer();
+    if (mFFModeStatus.load(std::memory_order_relaxed)) {
+        // Render time 0 marks the frame as dropped.
+        pushRenderTimeInfo(static_cast<uint64_t>(metaTimeMs(buffer)), 0);
+        setFFmode();
+    }
+    return CCodecBufferChannel::discardBuffer(buffer);
+}
+
+void TavroCCodecBufferChannel::flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) {
+    TAVRO_LOGV(6, "flush");
+    std::lock_guard<std::mutex> lock(mLock);
+    clearHistory_l();
+    CCodecBufferChannel::flush(flushedWork);
+}
+
+void TavroCCodecBufferChannel::onWorkDone(std::unique_ptr<C2Work> work,
+                                          const sp<AMessage>& outputFormat,
+                                          const C2StreamInitDataInfo::output* initData) {
+    const C2Worklet* worklet = firstWorklet(work);
+    const uint32_t outFlags =
+            worklet != nullptr ? static_cast<uint32_t>(worklet->output.flags) : 0u;
+
+    if (worklet != nullptr && outFlags != kWorkFlagDiscardFrame &&
+        worklet->output.ordinal.frameIndex.peekll() >= 0 && mAnalysisFPS != nullptr) {
+        mAnalysisFPS->outputBuffer();
+    }
+    if (mTavroCallback != nullptr) mTavroCallback->onWorkDone(outputFormat);
+
+    if (worklet != nullptr && mFeedbackID.load(std::memory_order_relaxed) != 0) {
+        if ((outFlags & kWorkFlagDropFrame) != 0 && !isStopping() &&
+            work->input.ordinal.frameIndex.peekll() >= 0) {
+            TAVRO_LOGI(kLogDataCorruptStart);
+            if (mAnalysisFPS != nullptr)
+                mAnalysisFPS->setDataCorruptState(String8(kDataCorruptStart));
+            mDataCorrupt.store(true, std::memory_order_relaxed);
+        } else if (mDataCorrupt.load(std::memory_order_relaxed)) {
+            TAVRO_LOGI(kLogDataCorruptStop);
+            if (mAnalysisFPS != nullptr)
+                mAnalysisFPS->setDataCorruptState(String8(kDataCorruptStop));
+            mDataCorrupt.store(false, std::memory_order_relaxed);
+        }
+    }
+
+    if (worklet != nullptr) scanWorkResults(*worklet);
+
+    if (worklet != nullptr && outFlags != kWorkFlagIncomplete && !mFirstOutputDone.exchange(true) &&
+        mAnalysisFPS != nullptr) {
+        sp<AMessage> msg = new AMessage();
+        msg->setInt64(kKeyFirstOutputTime, systemTime(SYSTEM_TIME_MONOTONIC));
+        mAnalysisFPS->updateParameters(msg);
+    }
+
+    CCodecBufferChannel::onWorkDone(std::move(work), outputFormat, initData);
+}
+
+void TavroCCodecBufferChannel::scanWorkResults(const C2Worklet& worklet) {
+    for (const std::unique_ptr<C2Param>& param : worklet.output.configUpdate) {
+        if (param == nullptr) continue;
+        const uint32_t index = param->index();
+        const size_t size = param->size();
+        const uint32_t streamId = index & kParamStreamIdMask;
+        const bool candidate =
+                streamId == 0 || ((index & kParamStreamFlag) != 0 && streamId <= kParamStreamIdMax);
+        if (!candidate || (index & kParamDirMask) >= kParamDirMask || size == 0) continue;
+        const uint8_t* bytes = reinterpret_cast<const uint8_t*>(param.get());
+        const uint32_t core = index & kParamCoreMask;
+
+        if (core == kVppStutterInfoCore) {
+            // The first stutter record ends the scan, whether or not it is usable.
+            if ((index & kVppStutterInfoMask) != kVppStutterInfoIndex || size < 8) return;
+            const char* text = reinterpret_cast<const char*>(bytes + 8);
+            if (memchr(text, '\0', size - 8) == nullptr) {
+                ALOGW("onWorkDone: C2VppStutterInfo of %zu bytes has no terminator, ignored", size);
+                return;
+            }
+            TAVRO_LOGD(kLogStutterInfo, "onWorkDone", 464, text);
+            if (mAnalysisFPS != nullptr) mAnalysisFPS->setVppStutter(String8(text));
+            return;
+        }
+        if (core == kSrStatusInfoCore) {
+            if ((index & kSrStatusInfoMask) != kSrStatusInfoIndex ||
+                (index & kParamDirMask) == kParamDirGlobal || size < 12) {
+                return;
+            }
+            int32_t status;
+            memcpy(&status, bytes + 8, sizeof(status));
+            if (status >= 1) {
+                PeltoEventUploadUtils::getInstance()->setEvent(String8(kPeltoEventWechatSr),
+                                                               String8(kPeltoEventOn));
+                TAVRO_LOGD(kLogSetWechatSr);
+            }
+            return;
+        }
+    }
+}
+
+// ---- Maker operations ------------------------------------------------------------------------
+
+void TavroCCodecBufferChannel::setFeedbackId(int64_t id) {
+    mFeedbackID.store(id, std::memory_order_relaxed);
+}
+
+status_t TavroCCodecBufferChannel::sendFeedbackInfo(const sp<AMessage>& msg) {
+    if (mAnalysisFPS == nullptr) return NO_INIT;
+    return mAnalysisFPS->updateParameters(msg);
+}
+
+void TavroCCodecBufferChannel::cheekFFModeStatus(bool enable, int32_t vppWhiteListValue) {
+    mFFModeStatus.store(enable, std::memory_order_relaxed);
+    mVppWhiteListValue.store(vppWhiteListValue, std::memory_order_relaxed);
+    TAVRO_LOGV(6, kLogFFModeStatus, "cheekFFModeStatus", 416, enable, vppWhiteListValue);
+}
+
+void TavroCCodecBufferChannel::setInputMetEos(bool eos) {
+    if (mAnalysisFPS != nullptr) mAnalysisFPS->setInputMetEos(eos);
+}
+
+bool TavroCCodecBufferChannel::getDisableWCG() const {
+    return mDisableWCG.load(std::memory_order_relaxed);
+}
+
+void TavroCCodecBufferChannel::setDisableWCG(bool disable) {
+    mDisableWCG.store(disable, std::memory_order_relaxed);
+}
+
+void TavroCCodecBufferChannel::setHdrType(int32_t type) {
+    const uint32_t oldType = mHdrType.fetch_or(static_cast<uint32_t>(type));
+    const uint32_t newType = oldType | static_cast<uint32_t>(type);
+    if (newType == oldType) return;
+    if ((newType & kChannelHdrVivid) != 0) {
+        TAVRO_LOGD(kLogHdrVivid, type);
+    } else if ((newType & kChannelHdr10Plus) != 0) {
+        TAVRO_LOGD(kLogHdr10Plus, type);
+    } else if (oldType != 0 || type != 0) {
+        TAVRO_LOGD(kLogHdr10OrHlg, type);
+    }
+    if (mAnalysisFPS != nullptr) {
+        // The analysis object keeps its own view: it gets the kind just seen, not the set.
+        mAnalysisFPS->setHdrType(type);
+        mAnalysisFPS->setPlayingStatus();
+    }
+}
+
+int32_t TavroCCodecBufferChannel::parserDynamicMetaData(const uint8_t* data, int32_t size) {
+    // T.35 country 0x26, provider 0x0004, provider-oriented code 0x0005, then version 1.
+    static constexpr uint8_t kHeader[] = {0x26, 0x00, 0x04, 0x00, 0x05, 0x01};
+    if (data == nullptr || size < 10) return 0;
+    return memcmp(data, kHeader, sizeof(kHeader)) == 0 ? static_cast<int32_t>(kChannelHdrVivid) : 0;
+}
+
+// ---- Playback speed and fast-forward detection -----------------------------------------------
+
+status_t TavroCCodecBufferChannel::writeVendorParamU32(uint32_t index, uint32_t value) {
+    std::vector<std::unique_ptr<C2Param>> params;
+    params.push_back(std::make_unique<TavroU32Param>(index, value));
+    return setParameters(params);
+}
+
+void TavroCCodecBufferChannel::pushSample_l(uint64_t pts, uint64_t render) {
+    if (mRenderCount >= kRenderHistoryMax) {
+        mRenderHead = (mRenderHead + 1) % kRenderHistoryMax;
+        --mRenderCount;
+    }
+    cRenderTimeInfo& sample = sampleAt_l(mRenderCount);
+    sample = cRenderTimeInfo();
+    sample.pts = pts;
+    sample.render = render;
+    sample.sys = monotonicMs();
+    ++mRenderCount;
+}
+
+void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render) {
+    std::lock_guard<std::mutex> lock(mLock);
+    if (pts == 0) clearHistory_l();
+    pushSample_l(pts, render);
+
+    const size_t n = mRenderCount;
+    if (n >= kRenderSpan + 1) {
+        cRenderTimeInfo& newest = sampleAt_l(n - 1);
+        const cRenderTimeInfo& old = sampleAt_l(n - 1 - kRenderSpan);
+        // Unsigned on purpose: a dropped frame (render 0) wraps and never fails the render test.
+        if (newest.render - 1 < old.render || !(newest.pts > old.pts && newest.sys > old.sys)) {
+            // A seek, loop or clock jump: rates across it mean nothing, start again.
+            clearHistory_l();
+            pushSample_l(pts, render);
+        } else {
+            // Differences are at least 1 here, so no rate divides by zero.
+            newest.ptsUnit = static_cast<float>(kRenderRateNumerator /
+                                                static_cast<double>(newest.pts - old.pts));
+            newest.sysUnit = static_cast<float>(kRenderRateNumerator /
+                                                static_cast<double>(newest.sys - old.sys));
+            newest.speed2 = newest.sysUnit / newest.ptsUnit;
+            if (newest.render != 0 && old.render != 0) {
+                newest.renderUnit = static_cast<float>(
+                        kRenderRateNumerator / static_cast<double>(newest.render - old.render));
+                newest.speed = newest.renderUnit / newest.ptsUnit;
+            }
+        }
+    }
+    if (mRenderCount > 0) {
+        const cRenderTimeInfo& s = sampleAt_l(mRenderCount - 1);
+        TAVRO_LOGV(6, kLogRenderSample, static_cast<long long>(s.pts),
+                   static_cast<long long>(s.render), static_cast<long long>(s.sys), s.ptsUnit,
+                   s.renderUnit, s.sysUnit, s.speed, s.speed2);
+    }
+}
+
+bool TavroCCodecBufferChannel::isSpeedChanged() {
+    // The decision text is logged only when the result is true and the level allows it; the
+    // samples it names are remembered and it is written only then.
+    const bool logOn = tavroLogOn(5, "5");
+    std::lock_guard<std::mutex> lock(mLock);
+    const uint32_t ff = mFFmode.load(std::memory_order_relaxed);
+    const size_t n = mRenderCount;
+    size_t walked[kRenderHistoryMax / kRenderSpan + 1];
+    size_t walkedCount = 0;
+    bool result = false;
+    bool reset = false;
+
+    if (ff == 0 && n >= kEnterFastSamples) {
+        result = true;
+        for (size_t k = 0; k <= 2 * kRenderSpan; k += kRenderSpan) {
+            const cRenderTimeInfo& s = sampleAt_l(n - 1 - k);
+            if (!(s.speed > kZeroSpeedFloor) && !(s.speed2 > kZeroSpeedFloor)) {
+                result = false;
+                continue;
+            }
+            walked[walkedCount++] = n - 1 - k;
+            if (s.speed < kFastSpeed && s.speed2 < kFastSpeed) return false;
+        }
+    } else if (ff == 1 && n >= kLeaveFastSamples) {
+        result = true;
+        for (size_t i = n - 1;; i -= kRenderSpan) {
+            const cRenderTimeInfo& s = sampleAt_l(i);
+            if (!(s.speed > kZeroSpeedFloor) && !(s.speed2 > kZeroSpeedFloor)) {
+                result = false;
+            } else {
+                walked[walkedCount++] = i;
+                if (s.speed > kFastSpeed || s.speed2 > kFastSpeed) {
+                    result = false;
+                    break;
+                }
+            }
+            if (i < kRenderSpan + 1) break;
+        }
+    } else if (ff == 1 && n <= kResetFastMaxSamples) {
+        result = true;
+        reset = true;
+    }
+
+    if (result && logOn) {
+        char text[1024];
+        int used = snprintf(text, sizeof(text), "oldFF:%u ", ff);
+        for (size_t j = 0; j < walkedCount && used >= 0 && static_cast<size_t>(used) < sizeof(text);
+             ++j) {
+            const cRenderTimeInfo& s = sampleAt_l(walked[j]);
+            used += snprintf(text + used, sizeof(text) - used, "[%f %f] ", s.speed, s.speed2);
+        }
+        if (reset && used >= 0 && static_cast<size_t>(used) < sizeof(text)) {
+            snprintf(text + used, sizeof(text) - used, "listSize:%zu", n);
+        }
+        ALOGD("%s", text);
+    }
+    return result;
+}
+
+bool TavroCCodecBufferChannel::fileFpsChanged_l() {
+    if (mRenderCount < kRenderSpan + 1) return false;
+    const float newest = sampleAt_l(mRenderCount - 1).ptsUnit;
+    if (fabsf(mFileFps - newest) > kFileFpsChangeMin) {
+        mFileFps = newest;
+        return true;
+    }
+    return false;
+}
+
+bool TavroCCodecBufferChannel::isFileFpsChanged() {
+    std::lock_guard<std::mutex> lock(mLock);
+    return fileFpsChanged_l();
+}
+
+void TavroCCodecBufferChannel::setFFmode() {
+    bool fpsChanged;
+    float fileFps;
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        fpsChanged = fileFpsChanged_l();
+        fileFps = mFileFps;
+    }
+    const bool speedChanged = isSpeedChanged();
+
+    if (fpsChanged || speedChanged) {
+        const uint32_t oldFF = mFFmode.load(std::memory_order_relaxed);
+        TAVRO_LOGD(kLogFFChanged, "setFFmode", 227, fpsChanged, speedChanged, fileFps,
+                   static_cast<int>(oldFF));
+        std::vector<std::unique_ptr<C2Param>> params;
+        // Without a known scan type the component cannot switch modes: the decision is dropped.
+        if (speedChanged && mAnalysisFPS != nullptr && mAnalysisFPS->getVideoScanType() != 0) {
+            const uint32_t newFF = oldFF == 0 ? 1 : 0;
+            mFFmode.store(newFF, std::memory_order_relaxed);
+            params.push_back(std::make_unique<TavroU32Param>(kVppModeParamIndex, newFF));
+        }
+        if (fpsChanged) {
+            params.push_back(std::make_unique<TavroFloatParam>(kFileFpsParamIndex, fileFps));
+        }
+        mLastSetParamStatus.store(setParameters(params), std::memory_order_relaxed);
+    } else if (mLastSetParamStatus.load(std::memory_order_relaxed) != OK) {
+        // The component refused the last write: the mode must not stay out of step with it.
+        mLastSetParamStatus.store(
+                writeVendorParamU32(kVppModeParamIndex, mFFmode.load(std::memory_order_relaxed)),
+                std::memory_order_relaxed);
+    }
+}
+
+}  // namespace android

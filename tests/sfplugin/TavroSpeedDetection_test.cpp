@@ -1,0 +1,455 @@
+// Playback speed, fast-forward and content frame-rate detection of the buffer channel, driven by
+// generated clips through the render and discard paths.
+#include <gtest/gtest.h>
+
+#include <stdio.h>
+
+#include <atomic>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sfplugin/ClipGenerator.h"
+
+namespace android {
+namespace test {
+namespace {
+
+// Content rate written for a span of `ms` milliseconds over 10 frames.
+float rateOfSpan(uint64_t ms) {
+    return static_cast<float>(10000.0 / static_cast<double>(ms));
+}
+
+// A compact view of a clip's writes for comparisons: "event:VppMode=1", "event:FileFps=30.03",
+// "event:(empty)".
+std::vector<std::string> describe(const std::vector<ClipWrite>& writes) {
+    std::vector<std::string> out;
+    for (const ClipWrite& w : writes) {
+        std::string text = std::to_string(w.event) + ":";
+        if (w.records.empty()) text += "(empty)";
+        for (size_t i = 0; i < w.records.size(); ++i) {
+            const VendorRecord& r = w.records[i];
+            char item[64];
+            if (r.index == kVppModeParamIndex) {
+                snprintf(item, sizeof(item), "VppMode=%u", r.value);
+            } else if (r.index == kFileFpsParamIndex) {
+                snprintf(item, sizeof(item), "FileFps=%.4f", r.asFloat());
+            } else {
+                snprintf(item, sizeof(item), "0x%08X=%u", r.index, r.value);
+            }
+            text += (i > 0 ? "," : "") + std::string(item);
+        }
+        out.push_back(text);
+    }
+    return out;
+}
+
+std::string fileFps(size_t event, float fps) {
+    char text[64];
+    snprintf(text, sizeof(text), "%zu:FileFps=%.4f", event, fps);
+    return text;
+}
+
+std::string vppMode(size_t event, uint32_t mode) {
+    return std::to_string(event) + ":VppMode=" + std::to_string(mode);
+}
+
+class SpeedDetectionTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        rig.channel->cheekFFModeStatus(true, 0);
+        rig.analysis->setVideoScanTypeForTesting(1);
+    }
+
+    ChannelRig rig;
+};
+
+// 30 fps content: the first span (frames 0..10) is 333 ms.
+const float k30Fps = rateOfSpan(333);
+
+TEST_F(SpeedDetectionTest, EnteringFastModeNeedsThirtyOneSamples) {
+    struct Case {
+        const char* name;
+        int frames;
+        double speed;
+        int dropEvery;
+        std::vector<std::string> expected;
+    };
+    const Case kCases[] = {
+            {"30 frames at 2x stay normal", 30, 2.0, 0, {fileFps(10, k30Fps)}},
+            {"the 31st frame at 2x enters", 31, 2.0, 0, {fileFps(10, k30Fps), vppMode(30, 1)}},
+            {"1.5x enters as well", 40, 1.5, 0, {fileFps(10, k30Fps), vppMode(30, 1)}},
+            {"1.1x never enters", 200, 1.1, 0, {fileFps(10, k30Fps)}},
+            {"normal speed never enters", 200, 1.0, 0, {fileFps(10, k30Fps)}},
+            // Dropped frames have no render-time ratio; the wall-clock ratio carries them.
+            {"2x with every third frame dropped",
+             31,
+             2.0,
+             3,
+             {fileFps(10, k30Fps), vppMode(30, 1)}},
+            {"2x with every frame dropped", 31, 2.0, 1, {fileFps(10, k30Fps), vppMode(30, 1)}},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        ChannelRig local;
+        local.channel->cheekFFModeStatus(true, 0);
+        local.analysis->setVideoScanTypeForTesting(1);
+        auto writes = playClip(local, ClipGenerator().play(c.frames, 30, c.speed, c.dropEvery));
+        EXPECT_EQ(describe(writes), c.expected);
+    }
+}
+
+TEST_F(SpeedDetectionTest, WritesTwelveByteRecords) {
+    playClip(rig, ClipGenerator().play(31, 30, 2.0));
+    const auto written = rig.channel->writtenParamsForTesting();
+    ASSERT_EQ(written.size(), 2u);
+    ASSERT_EQ(written[0].size(), 1u);
+    EXPECT_EQ(written[0][0], vendorBytes(kFileFpsParamIndex, k30Fps));
+    ASSERT_EQ(written[1].size(), 1u);
+    EXPECT_EQ(written[1][0],
+              (std::vector<uint8_t>{0x0C, 0, 0, 0, 0x00, 0x86, 0x00, 0xC0, 1, 0, 0, 0}));
+}
+
+TEST_F(SpeedDetectionTest, LeavingNeedsFortyNormalFramesInAFullHistory) {
+    // 2x until frame 59, then normal speed. A span is still fast while it holds 4 or more of the
+    // 2x intervals (333 / 266 = 1.25), so frame 66 is the first normal sample, and the walk over
+    // frames F, F-10, ..., F-40 is all normal from F = 106 on.
+    auto writes = playClip(rig, ClipGenerator().play(60, 30, 2.0).play(60, 30, 1.0));
+    EXPECT_EQ(describe(writes),
+              (std::vector<std::string>{fileFps(10, k30Fps), vppMode(30, 1), vppMode(106, 0)}));
+}
+
+TEST_F(SpeedDetectionTest, ExactlyOnePointTwoIsFastBothWays) {
+    // 120 ms of content shown every 100 ms: both ratios are exactly 1.2f. Entering treats it as
+    // fast; leaving only stops above 1.2, so a full history leaves and the next frame re-enters.
+    auto writes = playClip(rig, ClipGenerator().playSteps(54, 120000, 100000));
+    EXPECT_EQ(
+            describe(writes),
+            (std::vector<std::string>{fileFps(10, rateOfSpan(1200)), vppMode(30, 1), vppMode(50, 0),
+                                      vppMode(51, 1), vppMode(52, 0), vppMode(53, 1)}));
+}
+
+TEST_F(SpeedDetectionTest, FlushOrRestartInFastModeResets) {
+    struct Case {
+        const char* name;
+        ClipGenerator clip;
+        std::vector<std::string> expected;
+    };
+    const Case kCases[] = {
+            // Event 40 is the flush; the next frame finds one sample in fast mode.
+            {"flush",
+             ClipGenerator().play(40, 30, 2.0).flush().play(35, 30, 2.0),
+             {fileFps(10, k30Fps), vppMode(30, 1), vppMode(41, 0), vppMode(71, 1)}},
+            {"seek back",
+             ClipGenerator().play(40, 30, 2.0).seekTo(200000).play(35, 30, 2.0),
+             {fileFps(10, k30Fps), vppMode(30, 1), vppMode(40, 0), vppMode(70, 1)}},
+            // pts 0 (a loop to the start) empties the history before the sample is added.
+            {"loop to zero",
+             ClipGenerator().play(40, 30, 2.0).seekTo(0).play(35, 30, 2.0),
+             {fileFps(10, k30Fps), vppMode(30, 1), vppMode(40, 0), vppMode(70, 1)}},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        ChannelRig local;
+        local.channel->cheekFFModeStatus(true, 0);
+        local.analysis->setVideoScanTypeForTesting(1);
+        EXPECT_EQ(describe(playClip(local, c.clip)), c.expected);
+        EXPECT_EQ(local.channel->countersForTesting().flushes,
+                  std::string(c.name) == "flush" ? 1u : 0u);
+    }
+}
+
+TEST_F(SpeedDetectionTest, UnknownScanTypeDropsTheDecision) {
+    // The decision is still made on every frame, and the (empty) write still goes out.
+    rig.analysis->setVideoScanTypeForTesting(0);
+    auto writes = playClip(rig, ClipGenerator().play(33, 30, 2.0));
+    EXPECT_EQ(describe(writes), (std::vector<std::string>{fileFps(10, k30Fps), "30:(empty)",
+                                                          "31:(empty)", "32:(empty)"}));
+    char expected[96];
+    snprintf(expected, sizeof(expected), "isChanged:FileFps:0 Speed:1 old:FileFps:%f FF:0", k30Fps);
+    EXPECT_EQ(host::HostLog::count(expected), 3u);
+}
+
+TEST_F(SpeedDetectionTest, FailedWriteIsRetriedWithTheModeOnly) {
+    // Every write fails until event 32. The content rate (event 10) is not retried; the mode is,
+    // on every frame without a decision, first 0 and after the failed enter (event 30) 1.
+    auto writes = playClip(rig, ClipGenerator().play(34, 30, 2.0), [&](size_t event) {
+        rig.channel->setParametersStatusForTesting(event < 32 ? UNKNOWN_ERROR : OK);
+    });
+    std::vector<std::string> expected = {fileFps(10, k30Fps)};
+    for (size_t event = 11; event <= 29; ++event) expected.push_back(vppMode(event, 0));
+    for (size_t event = 30; event <= 32; ++event) expected.push_back(vppMode(event, 1));
+    EXPECT_EQ(describe(writes), expected);
+}
+
+TEST_F(SpeedDetectionTest, ContentRateChangesMustExceedOneFps) {
+    struct Case {
+        const char* name;
+        ClipGenerator clip;
+        std::vector<std::string> expected;
+    };
+    const Case kCases[] = {
+            // 5 fps spans 2000 ms, 4 fps 2500 ms: exactly 1.0 apart, and mixed spans lie between.
+            {"5 to 4 fps is no change",
+             ClipGenerator().play(40, 5, 1.0).play(30, 4, 1.0),
+             {fileFps(10, 5.0f)}},
+            {"4 to 5 fps is no change",
+             ClipGenerator().play(40, 4, 1.0).play(30, 5, 1.0),
+             {fileFps(10, 4.0f)}},
+            // 3.9 fps: the span ending at frame 49 is 10307 - 7800 = 2507 ms, the first one
+            // more than 1 fps below 5.
+            {"5 to 3.9 fps",
+             ClipGenerator().play(40, 5, 1.0).play(30, 3.9, 1.0),
+             {fileFps(10, 5.0f), fileFps(49, rateOfSpan(2507))}},
+            // Truncation to ms makes a 30 fps span 333 or 334 ms (30.03 / 29.94): no rewrite.
+            {"steady 30 fps", ClipGenerator().play(300, 30, 1.0), {fileFps(10, k30Fps)}},
+            // A 31 fps span truncates to 322 ms (31.06 fps): 1.03 from 30.03, which is a change.
+            // Only exact rates 1.0 apart compare equal to the bound.
+            {"30 to 31 fps after truncation",
+             ClipGenerator().play(40, 30, 1.0).play(30, 31, 1.0),
+             {fileFps(10, k30Fps), fileFps(50, rateOfSpan(322))}},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        ChannelRig local;
+        local.channel->cheekFFModeStatus(true, 0);
+        local.analysis->setVideoScanTypeForTesting(1);
+        EXPECT_EQ(describe(playClip(local, c.clip)), c.expected);
+    }
+}
+
+TEST_F(SpeedDetectionTest, TrackingOffRecordsNothing) {
+    rig.channel->cheekFFModeStatus(false, 0);
+    auto writes = playClip(rig, ClipGenerator().play(60, 30, 2.0, 4));
+    EXPECT_TRUE(writes.empty());
+    EXPECT_EQ(rig.analysis->countersForTesting().renderedBuffers, 45);
+    EXPECT_EQ(rig.analysis->countersForTesting().discardedBuffers, 15);
+    EXPECT_FALSE(rig.channel->isFileFpsChanged());
+    EXPECT_FALSE(rig.channel->isSpeedChanged());
+}
+
+TEST_F(SpeedDetectionTest, MissingTimeUsKeepsTheHistoryEmpty) {
+    // Without "timeUs" every sample has pts 0 and empties the history: no rate, no decision.
+    for (int i = 0; i < 60; ++i) {
+        host::HostClock::advance(16'666'666);
+        rig.channel->renderOutputBuffer(ChannelRig::makeBuffer(nullptr),
+                                        5'000'000'000 + i * 16'666'666);
+        rig.channel->discardBuffer(ChannelRig::makeBuffer(nullptr));
+    }
+    rig.channel->renderOutputBuffer(nullptr, 7'000'000'000);
+    rig.channel->discardBuffer(nullptr);
+    EXPECT_TRUE(rig.writes().empty());
+}
+
+TEST_F(SpeedDetectionTest, SpeedDecisionLogsTheRatiosWalked) {
+    playClip(rig, ClipGenerator().play(31, 30, 2.0));
+    auto lines = host::HostLog::find("oldFF:", "TavroCCodecBufferChannel");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].priority, ANDROID_LOG_DEBUG);
+    // Samples 30, 20 and 10, each "[speed speed2] ".
+    float speed = 0, speed2 = 0;
+    EXPECT_EQ(sscanf(lines[0].message.c_str(), "oldFF:0 [%f %f] ", &speed, &speed2), 2);
+    EXPECT_NEAR(speed, 2.0f, 0.02f);
+    EXPECT_NEAR(speed2, 2.0f, 0.02f);
+    size_t brackets = 0;
+    for (char ch : lines[0].message) brackets += ch == '[';
+    EXPECT_EQ(brackets, 3u);
+    EXPECT_EQ(lines[0].message.back(), ' ');
+
+    char changed[96];
+    snprintf(changed, sizeof(changed),
+             "[setFFmode:L227]isChanged:FileFps:0 Speed:1 old:FileFps:%f FF:0", k30Fps);
+    EXPECT_EQ(host::HostLog::count(changed), 1u);
+
+    // The reset decision names the history size instead.
+    host::HostLog::clear();
+    rig.channel->flush({});
+    host::HostClock::advance(16'666'666);
+    rig.channel->renderOutputBuffer(ChannelRig::bufferAt(1'100'000), 6'000'000'000);
+    EXPECT_EQ(host::HostLog::count("oldFF:1 listSize:1"), 1u);
+}
+
+TEST_F(SpeedDetectionTest, SpeedDecisionTextIsNotLoggedBelowTheLevel) {
+    ChannelRig::setLogLevel("4");
+    auto writes = playClip(rig, ClipGenerator().play(31, 30, 2.0));
+    EXPECT_EQ(describe(writes), (std::vector<std::string>{fileFps(10, k30Fps), vppMode(30, 1)}));
+    EXPECT_EQ(host::HostLog::count("oldFF:"), 0u);
+    EXPECT_EQ(host::HostLog::count("isChanged:"), 0u);
+}
+
+// ---- The history under bad timestamps, read through the per-sample trace -------------------
+
+struct Sample {
+    long long pts = 0, render = 0, sys = 0;
+    float ptsUnit = 0, renderUnit = 0, sysUnit = 0, speed = 0, speed2 = 0;
+};
+
+// The newest sample as the level-6 trace printed it.
+Sample lastTrace() {
+    auto lines = host::HostLog::find("laster: ", "TavroCCodecBufferChannel");
+    Sample s;
+    if (lines.empty()) return s;
+    sscanf(lines.back().message.c_str(),
+           "laster: pts:%lld, render:%lld, sys:%lld unit[pts:%f render:%f sys:%f] speed:%f - %f",
+           &s.pts, &s.render, &s.sys, &s.ptsUnit, &s.renderUnit, &s.sysUnit, &s.speed, &s.speed2);
+    return s;
+}
+
+class RenderHistoryTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ChannelRig::setLogLevel("6"); }
+
+    // Pushes `count` samples stepping pts and render by `step` ms (render 0 stays 0), with the
+    // clock moving `clockMs` ms before each.
+    void push(int count, uint64_t pts, uint64_t render, uint64_t step, int64_t clockMs = 33) {
+        for (int i = 0; i < count; ++i) {
+            host::HostClock::advance(clockMs * 1'000'000);
+            rig.channel->pushRenderTimeInfo(pts + i * step, render == 0 ? 0 : render + i * step);
+            rig.channel->setFFmode();
+        }
+    }
+
+    ChannelRig rig;
+};
+
+TEST_F(RenderHistoryTest, SampleCarriesRatesOverTenIntervals) {
+    push(11, 1000, 5000, 33);
+    Sample s = lastTrace();
+    EXPECT_EQ(s.pts, 1330);
+    EXPECT_EQ(s.render, 5330);
+    EXPECT_EQ(s.sys, 1'000'000 + 11 * 33);
+    EXPECT_FLOAT_EQ(s.ptsUnit, rateOfSpan(330));
+    EXPECT_FLOAT_EQ(s.renderUnit, rateOfSpan(330));
+    EXPECT_FLOAT_EQ(s.sysUnit, rateOfSpan(330));
+    EXPECT_FLOAT_EQ(s.speed, 1.0f);
+    EXPECT_FLOAT_EQ(s.speed2, 1.0f);
+}
+
+TEST_F(RenderHistoryTest, BadTimestampsRestartTheHistory) {
+    const uint64_t kHuge = std::numeric_limits<uint64_t>::max();
+    struct Case {
+        const char* name;
+        // Ten samples are pushed first: pts 1000, render 5000, both stepping 33 ms, the clock
+        // moving `prefixClockMs` before each. Then the sample under test.
+        int64_t prefixClockMs;
+        uint64_t pts, render;
+        int64_t clockMs;
+        bool restarted;
+    };
+    const Case kCases[] = {
+            {"steady", 33, 1330, 5330, 33, false},
+            {"render jumps back", 33, 1330, 4000, 33, true},
+            {"render repeats the sample 10 before", 33, 1330, 5000, 33, true},
+            {"pts jumps back", 33, 900, 5330, 33, true},
+            {"pts repeats the sample 10 before", 33, 1000, 5330, 33, true},
+            {"one still clock tick is fine", 33, 1330, 5330, 0, false},
+            {"clock stands still over the span", 0, 1330, 5330, 0, true},
+            {"pts near 2^64", 33, kHuge - 5, 5330, 33, false},
+            {"render near 2^64", 33, 1330, kHuge, 33, false},
+            {"dropped frame", 33, 1330, 0, 33, false},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        ChannelRig local;
+        ChannelRig::setLogLevel("6");
+        for (int i = 0; i < 10; ++i) {
+            host::HostClock::advance(c.prefixClockMs * 1'000'000);
+            local.channel->pushRenderTimeInfo(1000 + i * 33, 5000 + i * 33);
+        }
+        host::HostClock::advance(c.clockMs * 1'000'000);
+        local.channel->pushRenderTimeInfo(c.pts, c.render);
+        EXPECT_FALSE(local.channel->isSpeedChanged());
+        Sample s = lastTrace();
+        EXPECT_EQ(static_cast<uint64_t>(s.pts), c.pts);
+        EXPECT_EQ(static_cast<uint64_t>(s.render), c.render);
+        // The wall-clock rate is set on every sample compared with an older one.
+        EXPECT_EQ(s.sysUnit > 0, !c.restarted);
+        // A restarted history holds one sample: no content rate to report.
+        EXPECT_EQ(local.channel->isFileFpsChanged(), !c.restarted && c.pts == 1330);
+        if (c.render == 0 || c.restarted) {
+            EXPECT_EQ(s.speed, 0.0f);
+        }
+    }
+}
+
+TEST_F(RenderHistoryTest, HugeTimestampsGiveFiniteRates) {
+    const uint64_t kNear = std::numeric_limits<uint64_t>::max() - 10'000;
+    push(11, kNear, kNear, 33);
+    Sample s = lastTrace();
+    // Differences are taken before conversion, so they stay exact at any magnitude.
+    EXPECT_FLOAT_EQ(s.ptsUnit, rateOfSpan(330));
+    EXPECT_FLOAT_EQ(s.renderUnit, rateOfSpan(330));
+    EXPECT_FLOAT_EQ(s.speed, 1.0f);
+    EXPECT_EQ(describe({{0, rig.writes().back()}}),
+              (std::vector<std::string>{fileFps(0, rateOfSpan(330))}));
+}
+
+TEST_F(RenderHistoryTest, NegativeRenderTimesWrapAndRestart) {
+    // A render timestamp before 0 ns wraps to a huge render time; coming back to normal times
+    // then fails the render test and restarts the history rather than producing a rate.
+    rig.channel->cheekFFModeStatus(true, 0);
+    for (int i = 0; i < 10; ++i) {
+        host::HostClock::advance(33'000'000);
+        rig.channel->renderOutputBuffer(ChannelRig::bufferAt(100'000 + i * 33'000),
+                                        -1'000'000'000 + i * 33'000'000);
+    }
+    host::HostClock::advance(33'000'000);
+    rig.channel->renderOutputBuffer(ChannelRig::bufferAt(430'000), 5'000'000'000);
+    Sample s = lastTrace();
+    EXPECT_EQ(s.render, 5000);
+    EXPECT_EQ(s.ptsUnit, 0.0f);
+    EXPECT_TRUE(rig.writes().empty());
+}
+
+TEST_F(RenderHistoryTest, HistoryIsBoundedAtFiftyOneSamples) {
+    // The leave walk starts at the newest sample and ends at index 10: with the history capped
+    // at 51 it looks at the last 40 frames only, however long the fast stretch was. Normal speed
+    // from frame 500 on makes frame 506 the first normal sample and 546 the leaving frame.
+    rig.channel->cheekFFModeStatus(true, 0);
+    rig.analysis->setVideoScanTypeForTesting(1);
+    ChannelRig::setLogLevel("5");
+    auto writes = playClip(rig, ClipGenerator().play(500, 30, 2.0).play(47, 30, 1.0));
+    EXPECT_EQ(describe(writes),
+              (std::vector<std::string>{fileFps(10, k30Fps), vppMode(30, 1), vppMode(546, 0)}));
+}
+
+// ---- Render and discard from two threads -------------------------------------------------------
+
+TEST(SpeedDetectionThreadTest, RenderAndDiscardInterleaved) {
+    ChannelRig rig;
+    rig.channel->cheekFFModeStatus(true, 0);
+    rig.analysis->setVideoScanTypeForTesting(1);
+    constexpr int kFrames = 2000;
+    std::atomic<int64_t> nextPtsUs{33'333};
+    auto worker = [&](bool render) {
+        for (int i = 0; i < kFrames; ++i) {
+            host::HostClock::advance(8'000'000);
+            const int64_t pts = nextPtsUs.fetch_add(33'333);
+            if (render) {
+                rig.channel->renderOutputBuffer(ChannelRig::bufferAt(pts), pts * 500);
+            } else {
+                rig.channel->discardBuffer(ChannelRig::bufferAt(pts));
+            }
+        }
+    };
+    std::thread renderer(worker, true);
+    std::thread dropper(worker, false);
+    renderer.join();
+    dropper.join();
+    EXPECT_EQ(rig.analysis->countersForTesting().renderedBuffers, kFrames);
+    EXPECT_EQ(rig.analysis->countersForTesting().discardedBuffers, kFrames);
+    EXPECT_EQ(rig.channel->countersForTesting().rendered, static_cast<uint64_t>(kFrames));
+    EXPECT_EQ(rig.channel->countersForTesting().discarded, static_cast<uint64_t>(kFrames));
+    // Every write is a well-formed 12-byte record of one of the two kinds.
+    for (const auto& call : rig.writes()) {
+        for (const VendorRecord& r : call) {
+            EXPECT_EQ(r.size, 12u);
+            EXPECT_TRUE(r.index == kVppModeParamIndex || r.index == kFileFpsParamIndex);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace android
