@@ -1,8 +1,17 @@
 #!/usr/bin/env bash
-# Sets everything up, builds, and plays the bundled default scenario.
+# Sets everything up, builds the scenario runner, and plays the bundled default scenario:
+#   bash scripts/run-demo.sh            the readable trace
+#   bash scripts/run-demo.sh --json     one JSON object per line
+# TAVRO_DEMO_BUILD_DIR picks the build directory (default: build).
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 cd "$root"
+dir="${TAVRO_DEMO_BUILD_DIR:-build}"
 bash scripts/bootstrap.sh >&2
-bash scripts/build.sh build none >&2
-exec build/tools/tavro-demo "$@"
+generator=()
+command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
+if [ ! -f "$dir/CMakeCache.txt" ]; then
+    cmake -S "$root" -B "$root/$dir" "${generator[@]}" -DTAVRO_SANITIZE=none >&2
+fi
+cmake --build "$root/$dir" --parallel "$(nproc)" --target tavro-sim tavro-boostinfo >&2
+exec "$dir/tools/tavro-sim" scenarios/default.json "$@"

@@ -1,0 +1,233 @@
+#include "tools/sim/TavroScenarioLoader.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tools/ToolsTestSupport.h"
+
+namespace android {
+namespace {
+
+using test::ScratchDir;
+
+// A valid document with `events` (JSON array text) and extra top-level members.
+std::string doc(const std::string& events, const std::string& extra = "") {
+    return R"({"process": {"name": "com.app", "pid": 100, "uid": 10001}, "component": "c2.x",)" +
+           extra + R"( "events": )" + events + "}";
+}
+
+std::string loadError(const std::string& text, const std::string& baseDir = "") {
+    try {
+        loadTavroScenarioText(text, "t.json", baseDir);
+    } catch (const TavroScenarioError& e) {
+        return e.what();
+    }
+    return "(accepted)";
+}
+
+TEST(TavroScenarioLoaderTest, BadInputGivesOneLineNamingThePlace) {
+    struct Case {
+        const char* name;
+        std::string text;
+        std::string error;
+    };
+    const Case kCases[] = {
+            {"wrong type", doc(R"([{"event": "clip", "count": 3, "fps": "x"}])"),
+             "t.json: events[0].fps: expected a number"},
+            {"unknown event", doc(R"([{"event": "start"}, {"event": "jump"}])"),
+             "t.json: events[1].event: unknown event 'jump' (allocate, configure, start, input, "
+             "output, render, discard, clip, set_parameters, flush, resume, advance, shutdown, "
+             "destroy)"},
+            {"missing key", doc(R"([{"event": "clip", "fps": 30}])"),
+             "t.json: events[0]: missing key 'count'"},
+            {"unknown event key", doc(R"([{"event": "clip", "count": 3, "fsp": 30}])"),
+             "t.json: events[0]: unknown key 'fsp'"},
+            {"unknown top key", doc("[]", R"( "evnts": 1,)"), "t.json: unknown key 'evnts'"},
+            {"no events", doc("[]"), "t.json: events: expected at least one event"},
+            {"bare fraction", doc(R"([{"event": "configure", "format": {"frame-rate": 29.97}}])"),
+             "t.json: events[0].format.frame-rate: a bare fraction has no type; write "
+             "{\"float\": x}"},
+            {"int32 overflow",
+             doc(R"([{"event": "configure", "format": {"bitrate": 3000000000}}])"),
+             "t.json: events[0].format.bitrate: integer out of int32 range; write {\"int64\": n}"},
+            {"unknown type", doc(R"([{"event": "configure", "format": {"a": {"int16": 3}}}])"),
+             "t.json: events[0].format.a: unknown type 'int16' (int32, int64, float or string)"},
+            {"typed value of wrong kind",
+             doc(R"([{"event": "configure", "format": {"a": {"int64": "5"}}}])"),
+             "t.json: events[0].format.a.int64: expected an integer"},
+            {"boolean format value", doc(R"([{"event": "set_parameters", "params": {"a": true}}])"),
+             "t.json: events[0].params.a: expected an integer, a string or one of {\"int32\": n}, "
+             "{\"int64\": n}, {\"float\": x}, {\"string\": s}"},
+            {"duplicate key", doc(R"([{"event": "clip", "count": 3, "fps": 30, "count": 4}])"),
+             "t.json: events[0]: key 'count' given twice"},
+            {"duplicate nested key",
+             R"({"process": {"name": "a", "pid": 1, "uid": 2, "pid": 3}, "component": "c",
+                 "events": [{"event": "start"}]})",
+             "t.json: process: key 'pid' given twice"},
+            {"list entry with two keys",
+             doc(R"([{"event": "start"}])", R"( "lists": {"l": [{"uid": 1, "pid": 2}]},)"),
+             "t.json: lists.l[0]: expected exactly one of 'uid', 'pid', 'name', 'activity'"},
+            {"after destroy", doc(R"([{"event": "destroy"}, {"event": "start"}])"),
+             "t.json: events[1]: nothing can follow 'destroy'"},
+            {"advance twice", doc(R"([{"event": "advance", "ms": 1, "us": 5}])"),
+             "t.json: events[0]: expected exactly one of 'ms', 'us'"},
+            {"negative time", doc(R"([{"event": "input", "time_us": -1}])"),
+             "t.json: events[0].time_us: expected an integer from 0 to 9223372036854775"},
+            {"zero fps", doc(R"([{"event": "clip", "count": 3, "fps": 0}])"),
+             "t.json: events[0].fps: expected a number above 0 and at most 1000"},
+            {"odd hex", doc(R"([{"event": "output", "time_us": 0, "hdr": {"hdr10plus": "abc"}}])"),
+             "t.json: events[0].hdr.hdr10plus: odd number of hex digits"},
+            {"hdr without buffer",
+             doc(R"([{"event": "output", "time_us": 0, "buffer": false, "hdr": {}}])"),
+             "t.json: events[0].hdr: HDR information needs an output buffer"},
+            {"unknown flag", doc(R"([{"event": "output", "time_us": 0, "flags": ["eos"]}])"),
+             "t.json: events[0].flags[0]: unknown flag 'eos' (drop_frame, end_of_stream, "
+             "discard_frame, incomplete, corrected, codec_config)"},
+            {"record without payload",
+             doc(R"([{"event": "output", "time_us": 0, "config_update": [{"index": 5}]}])"),
+             "t.json: events[0].config_update[0]: expected exactly one of 'hex', 'text', 'int32'"},
+            {"bad record index", doc(R"([{"event": "output", "time_us": 0,
+                      "config_update": [{"index": "12", "hex": ""}]}])"),
+             "t.json: events[0].config_update[0].index: expected an integer or a \"0x\" hex string "
+             "of at most 8 digits"},
+            {"thread id is the pid",
+             doc(R"([{"event": "start"}])",
+                 R"( "proc": {"threads": [{"tid": 100, "name": "x"}]},)"),
+             "t.json: proc: thread id 100 is the process id, which stands for the tool's own "
+             "thread"},
+            {"property value type", doc(R"([{"event": "start"}])", R"( "properties": {"a": 1.5},)"),
+             "t.json: properties.a: expected a string or an integer"},
+            {"missing process", R"({"component": "c", "events": [{"event": "start"}]})",
+             "t.json: missing key 'process'"},
+            {"pid zero",
+             R"({"process": {"name": "a", "pid": 0, "uid": 2}, "component": "c", "events": []})",
+             "t.json: process.pid: expected an integer from 1 to 2147483647"},
+            {"not an object", "[1, 2]", "t.json: expected an object"},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(loadError(c.text), c.error);
+    }
+}
+
+TEST(TavroScenarioLoaderTest, MalformedJsonNamesLineAndColumn) {
+    const std::string error =
+            loadError("{\"process\": {\"name\": \"a\",\n  \"pid\": 1 \"uid\": 2}}");
+    EXPECT_EQ(error.rfind("t.json: parse error at line 2, column 16: syntax error", 0), 0u)
+            << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+}
+
+TEST(TavroScenarioLoaderTest, PropertyFilesAreReadRelativeToTheScenarioAndChecked) {
+    ScratchDir dir;
+    dir.write("device.prop", "# comment\n\n ro.hardware = qcom \nro.soc.model=SM8550\n");
+    dir.write("bad.prop", "a=1\nno equals sign\n");
+    const std::string scenario = dir.write("s.json", doc(R"([{"event": "start"}])",
+                                                         R"( "property_files": ["device.prop"],
+                             "properties": {"ro.soc.model": "SM8650", "n": 5},)"));
+    TavroScenario s = loadTavroScenarioFile(scenario);
+    const std::vector<std::pair<std::string, std::string>> expected = {
+            {"ro.hardware", "qcom"},
+            {"ro.soc.model", "SM8550"},
+            {"ro.soc.model", "SM8650"},  // inline pairs come later and win
+            {"n", "5"}};
+    EXPECT_EQ(s.properties, expected);
+
+    EXPECT_EQ(loadError(doc(R"([{"event": "start"}])", R"( "property_files": ["bad.prop"],)"),
+                        dir.path()),
+              "t.json: property_files[0]: bad.prop:2: expected key=value");
+    EXPECT_EQ(loadError(doc(R"([{"event": "start"}])", R"( "property_files": ["gone.prop"],)"),
+                        dir.path()),
+              "t.json: property_files[0]: cannot read '" + dir.path() +
+                      "/gone.prop': No such file or directory");
+    try {
+        loadTavroScenarioFile(dir.path() + "/absent.json");
+        ADD_FAILURE() << "accepted a missing file";
+    } catch (const TavroScenarioError& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  dir.path() + "/absent.json: cannot read: No such file or directory");
+    }
+}
+
+TEST(TavroScenarioLoaderTest, ReadsEveryPartOfAScenario) {
+    const std::string text = R"({
+      "comment": "all parts",
+      "process": {"name": "mediaserver", "pid": 10, "uid": 1013,
+                  "caller": {"uid": 10150, "pid": 5000}, "top_activity": "a/.B"},
+      "lists": {"media-sched-boost": [{"uid": 1013, "value": "sched=2"}, {"pid": 10},
+                                      {"name": "n", "value": "v"}, {"activity": "a/.B"}]},
+      "proc": {"threads": [{"tid": 11, "name": "render"}], "mem_available_kb": 2048,
+               "processes": [{"pid": 5000, "name": "com.app"}]},
+      "analysis": {"scan_type": 1, "fps_use_count": 7},
+      "component": "c2.qti.avc.decoder",
+      "events": [
+        {"event": "configure", "format": {"mime": "video/avc", "width": 1920,
+          "calling-uid": {"int64": 10150}, "frame-rate": {"float": 29.97}, "s": {"string": "7"}}},
+        {"event": "output", "time_us": 5, "flags": ["drop_frame", "codec_config"],
+         "hdr": {"color_aspects": {"primaries": 6, "transfer": 7}, "hdr10plus": "26 00 04"},
+         "config_update": [{"index": "0xA0018602", "text": "hi"},
+                           {"index": 7, "int32": -2, "size": 20}]},
+        {"event": "clip", "count": 4, "fps": 24},
+        {"event": "advance", "ms": 1500},
+        {"event": "shutdown", "keep_allocated": true}
+      ]})";
+    TavroScenario s = loadTavroScenarioText(text, "t.json", "");
+    EXPECT_EQ(s.process.name, "mediaserver");
+    EXPECT_TRUE(s.process.hasCaller);
+    EXPECT_EQ(s.process.callerUid, 10150);
+    EXPECT_EQ(s.process.callerPid, 5000);
+    EXPECT_EQ(s.process.topActivity, "a/.B");
+    ASSERT_EQ(s.lists.size(), 1u);
+    ASSERT_EQ(s.lists[0].entries.size(), 4u);
+    EXPECT_EQ(s.lists[0].entries[0].key, TavroListEntry::Key::kUid);
+    EXPECT_EQ(s.lists[0].entries[0].value, "sched=2");
+    EXPECT_EQ(s.lists[0].entries[1].key, TavroListEntry::Key::kPid);
+    EXPECT_EQ(s.lists[0].entries[1].value, "");
+    EXPECT_EQ(s.lists[0].entries[3].key, TavroListEntry::Key::kActivity);
+    EXPECT_EQ(s.proc.threads[0].tid, 11);
+    EXPECT_EQ(s.proc.memAvailableKb, 2048);
+    EXPECT_EQ(s.proc.processes[0].name, "com.app");
+    EXPECT_EQ(s.analysis.scanType, 1);
+    EXPECT_EQ(s.analysis.fpsUseCount, 7);
+
+    const TavroTypedMap& format = s.events[0].format;
+    ASSERT_EQ(format.size(), 5u);
+    EXPECT_EQ(format[0].first, "mime");
+    EXPECT_EQ(format[0].second.type, TavroTypedValue::Type::kString);
+    EXPECT_EQ(format[1].second.type, TavroTypedValue::Type::kInt32);
+    EXPECT_EQ(format[1].second.intValue, 1920);
+    EXPECT_EQ(format[2].second.type, TavroTypedValue::Type::kInt64);
+    EXPECT_EQ(format[3].second.type, TavroTypedValue::Type::kFloat);
+    EXPECT_FLOAT_EQ(format[3].second.floatValue, 29.97f);
+    EXPECT_EQ(format[4].second.type, TavroTypedValue::Type::kString);
+    EXPECT_EQ(format[4].second.stringValue, "7");
+
+    const TavroScenarioEvent& out = s.events[1];
+    EXPECT_EQ(out.flags, 0x80000001u);
+    EXPECT_TRUE(out.hdr.hasColorAspects);
+    EXPECT_EQ(out.hdr.primaries, 6u);
+    EXPECT_EQ(out.hdr.transfer, 7u);
+    EXPECT_EQ(out.hdr.range, 0u);
+    EXPECT_EQ(out.hdr.hdr10Plus, (std::vector<uint8_t>{0x26, 0x00, 0x04}));
+    ASSERT_EQ(out.configUpdate.size(), 2u);
+    EXPECT_EQ(out.configUpdate[0].index, 0xA0018602u);
+    EXPECT_EQ(out.configUpdate[0].payload, (std::vector<uint8_t>{'h', 'i', 0}));
+    EXPECT_FALSE(out.configUpdate[0].hasSize);
+    EXPECT_EQ(out.configUpdate[1].payload, (std::vector<uint8_t>{0xfe, 0xff, 0xff, 0xff}));
+    EXPECT_EQ(out.configUpdate[1].size, 20u);
+
+    const TavroScenarioEvent& clip = s.events[2];
+    EXPECT_EQ(clip.count, 4);
+    EXPECT_DOUBLE_EQ(clip.speed, 1.0);
+    EXPECT_EQ(clip.drops, 0);
+    EXPECT_FALSE(clip.hasStartUs);
+    EXPECT_TRUE(clip.renderFrames);
+    EXPECT_EQ(clip.bytes, 4096);
+    EXPECT_EQ(s.events[3].advanceUs, 1500000);
+    EXPECT_TRUE(s.events[4].keepAllocated);
+    EXPECT_EQ(s.events[4].where, "events[4]");
+}
+
+}  // namespace
+}  // namespace android
