@@ -14,6 +14,7 @@ struct EventStore {
     std::vector<HostEvent> events;                   // guarded by lock
     std::function<void(const HostEvent&)> listener;  // guarded by lock
     std::atomic<bool> enabled{true};
+    std::atomic<bool> hasListener{false};
 };
 
 // Never destroyed: events may still be recorded by objects torn down at process exit.
@@ -79,6 +80,12 @@ void HostEvents::setEnabled(bool enabled) {
     store().enabled.store(enabled, std::memory_order_relaxed);
 }
 
+bool HostEvents::wanted() {
+    const EventStore& s = store();
+    return s.enabled.load(std::memory_order_relaxed) ||
+           s.hasListener.load(std::memory_order_relaxed);
+}
+
 void HostEvents::setListener(std::function<void(const HostEvent&)> listener) {
     EventStore& s = store();
     std::function<void(const HostEvent&)> old;
@@ -86,6 +93,7 @@ void HostEvents::setListener(std::function<void(const HostEvent&)> listener) {
         std::lock_guard<std::mutex> guard(s.lock);
         old.swap(s.listener);
         s.listener = std::move(listener);
+        s.hasListener.store(static_cast<bool>(s.listener), std::memory_order_relaxed);
     }
     // The previous listener's captures are released outside the lock.
 }

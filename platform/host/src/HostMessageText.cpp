@@ -5,6 +5,7 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include <host/HostEvents.h>
 #include <media/stagefright/foundation/ABuffer.h>
 
 namespace android {
@@ -91,7 +92,8 @@ std::string valueText(const sp<AMessage>& msg, const char* name, AMessage::Type 
 
 std::vector<std::pair<std::string, std::string>> messageFields(const sp<AMessage>& msg) {
     std::vector<std::pair<std::string, std::string>> fields;
-    if (msg == nullptr) return fields;
+    // Text for an event nobody keeps or sees would only cost time.
+    if (msg == nullptr || !HostEvents::wanted()) return fields;
     const size_t count = msg->countEntries();
     fields.reserve(count);
     for (size_t i = 0; i < count; ++i) {

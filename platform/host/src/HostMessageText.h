@@ -14,7 +14,8 @@ namespace host {
 // One pair per entry, in the message's order: the entry name and its value as text. Integers in
 // decimal, floats in their shortest round-trip form, strings as they are, rects as
 // "left,top,right,bottom", buffers as lowercase hex of their range, sub-messages in messageText
-// form, objects and pointers as "<object>" / "<pointer>". A null message gives no pairs.
+// form, objects and pointers as "<object>" / "<pointer>". A null message gives no pairs, and so
+// does any message while no event is wanted (HostEvents::wanted()): the text would be dropped.
 std::vector<std::pair<std::string, std::string>> messageFields(const sp<AMessage>& msg);
 
 // The whole message on one line: "{key=value, key=value}" ("{}" when empty, "null" for null).

@@ -34,6 +34,9 @@ public:
     static void clear();
     // Recording is on by default; off drops events (listeners are still called).
     static void setEnabled(bool enabled);
+    // True when an event would be kept or seen (recording on, or a listener set). Recorders may
+    // skip building an event's text otherwise, so that a benchmark measures the code under test.
+    static bool wanted();
     // Called for every event, outside the lock; an empty function removes it.
     static void setListener(std::function<void(const HostEvent&)> listener);
 };
