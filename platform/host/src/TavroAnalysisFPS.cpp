@@ -26,7 +26,9 @@ LastCreated& lastCreated() {
 
 }  // namespace
 
-TavroAnalysisFPS::TavroAnalysisFPS() {
+TavroAnalysisFPS::TavroAnalysisFPS() = default;
+
+void TavroAnalysisFPS::onFirstRef() {
     LastCreated& last = lastCreated();
     std::lock_guard<std::mutex> guard(last.lock);
     last.object = this;

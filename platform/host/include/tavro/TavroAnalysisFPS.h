@@ -75,6 +75,9 @@ public:
 
 protected:
     ~TavroAnalysisFPS() override;
+    // Publishes the object for lastCreatedForTesting once a strong reference holds it, so a
+    // promotion from another thread can never become the object's first (and last) owner.
+    void onFirstRef() override;
 
 private:
     void event(const char* name, const char* key = nullptr, const std::string& value = "");
