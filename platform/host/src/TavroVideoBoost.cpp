@@ -18,6 +18,7 @@ struct BoostState {
     status_t status = OK;                            // guarded by lock
     sp<TavroVideoBoost> instance;                    // guarded by lock
     std::vector<TavroVideoBoost::Request> requests;  // guarded by lock
+    int writeFailAfter = -1;                         // guarded by lock
 };
 
 // Never destroyed: codecs torn down at process exit may still release their boost.
@@ -41,6 +42,12 @@ std::string hexBytes(const std::vector<uint8_t>& bytes) {
 status_t sendParcel(TavroVideoBoost* self, TavroVideoBoost::Request::Kind kind,
                     const char* eventKind, const char* eventName, const Parcelable& parcelable) {
     Parcel parcel;
+    {
+        BoostState& s = state();
+        std::lock_guard<std::mutex> guard(s.lock);
+        if (s.writeFailAfter >= 0) parcel.setWriteFailAfterForTesting(s.writeFailAfter);
+        s.writeFailAfter = -1;
+    }
     status_t err = parcelable.writeToParcel(&parcel);
     if (err != OK) return err;  // nothing reaches the service
     TavroVideoBoost::Request request{kind, {}, 0};
@@ -105,6 +112,12 @@ void TavroVideoBoost::setAvailableForTesting(bool available) {
     BoostState& s = state();
     std::lock_guard<std::mutex> guard(s.lock);
     s.available = available;
+}
+
+void TavroVideoBoost::setWriteFailAfterForTesting(int n) {
+    BoostState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    s.writeFailAfter = n < 0 ? -1 : n;
 }
 
 void TavroVideoBoost::setStatusForTesting(status_t status) {

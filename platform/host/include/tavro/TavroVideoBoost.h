@@ -34,6 +34,10 @@ public:
     // false makes getInstance() return null (service missing).
     static void setAvailableForTesting(bool available);
     static void setStatusForTesting(status_t status);
+    // The next boost or boostTask request fails while being written to its parcel, at the n-th
+    // write (1 = the first): that call returns NO_MEMORY and nothing reaches the service. Only
+    // that one request fails; -1 turns a pending fault off.
+    static void setWriteFailAfterForTesting(int n);
 };
 
 }  // namespace android

@@ -1,0 +1,415 @@
+// Fault injection: one full decoder session (allocate, configure, start, frames, surface change,
+// operating-rate moves, flush, shutdown, destruction) played once per fault of the host platform
+// and the maker's services, each fault checked against what the codec is meant to do with it:
+// platform statuses are passed back or ignored where the codec ignores them, a missing or failing
+// boost service costs the boost and nothing else, a list service that answers nothing or garbage
+// gives no boost, and a /proc that lacks the process or loses threads while it is read degrades to
+// the ids the codec knows itself.
+#include <gtest/gtest.h>
+
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <C2Work.h>
+#include <binder/Parcel.h>
+#include <host/HostListService.h>
+#include <host/HostLog.h>
+#include <host/HostProperties.h>
+#include <log/log.h>
+#include <media/MediaCodecBuffer.h>
+#include <media/stagefright/foundation/ABuffer.h>
+#include <tavro/TavroVideoBoost.h>
+
+#include "sfplugin/TavroVideoBoostParams.h"
+#include "support/CodecTestHarness.h"
+#include "whitelist/TavroSystemProbe.h"
+#include "whitelist/TavroWhiteListCacheMgr.h"
+
+namespace android {
+namespace {
+
+using test::CodecHarness;
+
+constexpr int kFrames = 24;
+constexpr int64_t kFrameUs = 33333;
+constexpr char kTopActivity[] = "fault.app/.Player";
+constexpr char kSchedEntry[] = "schedVideo=2,isVideo=1";
+constexpr char kClusterEntry[] = "limitOpRate=30,cluster0Min=1804800,isVideo=1";
+
+int32_t ownTid() {
+    return static_cast<int32_t>(syscall(SYS_gettid));
+}
+
+// What one session did, as seen from outside the codec.
+struct Outcome {
+    std::string requests;  // per boost-service call: T thread part, C cluster part, W whole
+                           // request, R cluster release, A release all, K key-thread task
+    std::vector<int32_t> threadTids;  // tids of the first thread-part request
+    bool runningAfterStart = false;
+    status_t queueStatus = OK;
+    status_t renderStatus = OK;
+    status_t discardStatus = OK;
+    status_t surfaceStatus = OK;
+    int64_t inputsCounted = 0;        // inputs the analysis object was told about
+    int64_t firstFrames = 0;          // first-frame reports
+    uint64_t paramWrites = 0;         // setParameters calls that reached the platform
+    std::vector<std::string> errors;  // error-priority log messages
+};
+
+sp<MediaCodecBuffer> frame(int64_t timeUs) {
+    sp<ABuffer> bytes = new ABuffer(32);
+    memset(bytes->data(), 0x11, bytes->size());
+    sp<MediaCodecBuffer> buffer = new MediaCodecBuffer(new AMessage(), bytes);
+    buffer->meta()->setInt64("timeUs", timeUs);
+    return buffer;
+}
+
+std::string describe(const std::vector<TavroVideoBoost::Request>& requests,
+                     std::vector<int32_t>* firstTids) {
+    std::string out;
+    bool tidsTaken = false;
+    for (const TavroVideoBoost::Request& r : requests) {
+        if (r.kind == TavroVideoBoost::Request::kUnboost) {
+            out.push_back(r.flags == 0x20 ? 'R' : 'A');
+            continue;
+        }
+        if (r.kind == TavroVideoBoost::Request::kBoostTask) {
+            out.push_back('K');
+            continue;
+        }
+        Parcel parcel;
+        parcel.setData(r.parcel.data(), r.parcel.size());
+        TavroVideoBoostParams params;
+        EXPECT_EQ(params.readFromParcel(&parcel), OK);
+        if (params.clusterParams.empty()) {
+            out.push_back('T');
+        } else {
+            out.push_back(params.threads.empty() ? 'C' : 'W');
+        }
+        if (!tidsTaken && !params.threads.empty()) {
+            tidsTaken = true;
+            for (size_t i = 1; i < params.threads.size(); i += 3) {
+                firstTids->push_back(params.threads[i]);
+            }
+        }
+    }
+    return out;
+}
+
+// Plays the session; `inject` runs once the codec exists and before it is allocated.
+Outcome playSession(const std::function<void(CodecHarness&)>& inject) {
+    auto h = std::make_unique<CodecHarness>();
+    inject(*h);
+    Outcome out;
+    h->allocate("c2.qti.avc.decoder");
+    sp<AMessage> format = test::makeFormat("video/avc", {{"width", 1920}, {"height", 1080}});
+    format->setInt32("tp-ux-tid", 555);
+    h->configure(format);
+    h->start();
+    out.runningAfterStart = h->codec()->stateForTesting() == 3;
+    // As the post-processing selection does for a listed app: fast-forward tracking on.
+    h->channel()->cheekFFModeStatus(true, 1);
+
+    for (int f = 0; f < kFrames; ++f) {
+        const int64_t ptsUs = (f + 1) * kFrameUs;
+        const status_t queued = h->channel()->queueInputBuffer(frame(ptsUs));
+        if (f == 0) out.queueStatus = queued;
+        std::list<std::unique_ptr<C2Work>> works;
+        auto work = std::make_unique<C2Work>();
+        work->input.ordinal.frameIndex = static_cast<uint64_t>(f);
+        auto worklet = std::make_unique<C2Worklet>();
+        worklet->output.ordinal.frameIndex = static_cast<uint64_t>(f);
+        work->worklets.push_back(std::move(worklet));
+        works.push_back(std::move(work));
+        h->codec()->onWorkDone(works);
+        if (f == kFrames - 1) {
+            out.discardStatus = h->channel()->discardBuffer(frame(ptsUs));
+        } else {
+            const status_t rendered =
+                    h->channel()->renderOutputBuffer(frame(ptsUs), 5'000'000'000LL + ptsUs * 1000);
+            if (f == 0) out.renderStatus = rendered;
+        }
+        h->advanceUs(kFrameUs);
+    }
+    out.surfaceStatus = h->codec()->setSurface(nullptr, 1);
+
+    for (float rate : {60.0f, 10.0f}) {
+        sp<AMessage> params = new AMessage();
+        params->setFloat(kKeyOperatingRate, rate);
+        h->codec()->signalSetParameters(params);
+    }
+    h->codec()->signalFlush();
+    h->codec()->signalResume();
+    h->codec()->initiateShutdown(false);
+    h->runPending();
+
+    const TavroAnalysisFPS::Counters counters = h->analysis()->countersForTesting();
+    out.inputsCounted = counters.inputBuffers;
+    out.firstFrames =
+            static_cast<int64_t>(CodecHarness::events("analysis", "reportFirstFrameTime").size());
+    out.paramWrites = h->channel()->countersForTesting().setParameters;
+    h->destroy();
+
+    out.requests = describe(TavroVideoBoost::requestsForTesting(), &out.threadTids);
+    for (const host::LogRecord& r : host::HostLog::records()) {
+        if (r.priority >= ANDROID_LOG_ERROR) out.errors.push_back(r.message);
+    }
+    return out;
+}
+
+// A /proc laid out for this process: its command line, and the given task entries.
+class ProcFixture {
+  public:
+    ProcFixture() {
+        char dir[] = "/tmp/tavro-fault-proc-XXXXXX";
+        EXPECT_NE(mkdtemp(dir), nullptr);
+        mRoot = dir;
+        mPidDir = mRoot + "/" + std::to_string(getpid());
+    }
+    ~ProcFixture() {
+        const std::string command = "rm -rf '" + mRoot + "'";
+        EXPECT_EQ(system(command.c_str()), 0);
+    }
+    void commandLine(const std::string& bytes) {
+        mkdir(mPidDir.c_str(), 0755);
+        write(mPidDir + "/cmdline", bytes);
+    }
+    void taskDir() {
+        mkdir(mPidDir.c_str(), 0755);
+        mkdir((mPidDir + "/task").c_str(), 0755);
+    }
+    // A thread with a comm, a thread whose entry is still listed but whose comm is gone (it
+    // exited while the directory was read), or an entry that is not a directory at all.
+    void thread(const std::string& tid, const char* comm) {
+        taskDir();
+        mkdir((mPidDir + "/task/" + tid).c_str(), 0755);
+        if (comm != nullptr) write(mPidDir + "/task/" + tid + "/comm", comm);
+    }
+    void plainFile(const std::string& name) {
+        taskDir();
+        write(mPidDir + "/task/" + name, "x");
+    }
+    const std::string& root() const { return mRoot; }
+
+  private:
+    static void write(const std::string& path, const std::string& bytes) {
+        std::ofstream(path, std::ios::binary) << bytes;
+    }
+    std::string mRoot;
+    std::string mPidDir;
+};
+
+struct FaultCase {
+    const char* name;
+    std::function<void(ProcFixture&, CodecHarness&)> inject;
+    std::function<void(const Outcome&)> expect;
+};
+
+// Outcome of the session with no fault: the thread part at start (rate 0 is below the limit),
+// then the cluster part at 60 and its release at 10; every status OK.
+constexpr char kBaselineRequests[] = "TCR";
+
+bool hasError(const Outcome& o, const std::string& needle) {
+    for (const std::string& e : o.errors) {
+        if (e.find(needle) != std::string::npos) return true;
+    }
+    return false;
+}
+
+class TavroFaultInjectionTest : public ::testing::Test {
+  protected:
+    void SetUp() override { reset(); }
+    void TearDown() override {
+        TavroVideoBoost::setWriteFailAfterForTesting(-1);
+        test::resetHostWorld();
+    }
+
+    static void reset() {
+        test::resetHostWorld();
+        TavroVideoBoost::setWriteFailAfterForTesting(-1);
+        host::HostProperties::set(kPropHardware, "qcom");
+        host::HostProperties::set(kPropDeviceFamily, "SM8550");
+        host::HostProperties::set(kPropProjectName, "fault");
+        host::HostListService::setByUid(kListMediaSchedBoost, static_cast<int64_t>(getuid()),
+                                        kSchedEntry);
+        host::HostListService::setTopActivity(-1, kTopActivity);
+        host::HostListService::setByActivity(kListVdecCpuBoost, kTopActivity, kClusterEntry);
+    }
+};
+
+TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
+    const int32_t tid = ownTid();
+    const std::vector<int32_t> ownIds = {555, tid, tid};  // tp-ux-tid, configure and looper
+    const FaultCase kCases[] = {
+            {"no fault", [](ProcFixture&, CodecHarness&) {},
+             [&](const Outcome& o) {
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+                 EXPECT_EQ(o.threadTids, ownIds);
+                 EXPECT_TRUE(o.runningAfterStart);
+                 EXPECT_EQ(o.queueStatus, OK);
+                 EXPECT_EQ(o.renderStatus, OK);
+                 EXPECT_EQ(o.inputsCounted, kFrames);
+                 EXPECT_EQ(o.firstFrames, 1);
+                 // The input delay at the first input, the content rate once 11 frames are known.
+                 EXPECT_EQ(o.paramWrites, 2u);
+                 EXPECT_TRUE(o.errors.empty()) << o.errors.front();
+             }},
+            {"platform queue fails",
+             [](ProcFixture&, CodecHarness& h) { h.channel()->setQueueStatusForTesting(-EIO); },
+             [](const Outcome& o) {
+                 // The platform's status comes back as it is and the input is not counted; the
+                 // rest of the session is untouched.
+                 EXPECT_EQ(o.queueStatus, -EIO);
+                 EXPECT_EQ(o.inputsCounted, 0);
+                 EXPECT_EQ(o.renderStatus, OK);
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+             }},
+            {"platform render and discard fail",
+             [](ProcFixture&, CodecHarness& h) {
+                 h.channel()->setRenderStatusForTesting(-EPIPE);
+                 h.channel()->setDiscardStatusForTesting(-EPIPE);
+             },
+             [](const Outcome& o) {
+                 // Passed back; the first frame is still reported whatever the platform said.
+                 EXPECT_EQ(o.renderStatus, -EPIPE);
+                 EXPECT_EQ(o.discardStatus, -EPIPE);
+                 EXPECT_EQ(o.firstFrames, 1);
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+             }},
+            {"platform setParameters fails",
+             [](ProcFixture&, CodecHarness& h) {
+                 h.channel()->setParametersStatusForTesting(UNKNOWN_ERROR);
+             },
+             [](const Outcome& o) {
+                 // First input: the input delay (refused, not retried). Frame 11 brings the
+                 // first content rate: a write that is refused, so every later frame that sees
+                 // no change writes the post-processing mode again (frames 12 to 24, the last
+                 // one a discard). Without the fault the same session writes twice.
+                 EXPECT_EQ(o.paramWrites, 1u + 1u + (kFrames - 11u));
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+             }},
+            {"platform setSurface fails",
+             [](ProcFixture&, CodecHarness& h) { h.codec()->setSurfaceStatusForTesting(-ENODEV); },
+             [](const Outcome& o) { EXPECT_EQ(o.surfaceStatus, -ENODEV); }},
+            {"no video boost service",
+             [](ProcFixture&, CodecHarness&) { TavroVideoBoost::setAvailableForTesting(false); },
+             [](const Outcome& o) {
+                 EXPECT_EQ(o.requests, "");
+                 EXPECT_TRUE(hasError(o, "videoboost: fail to get TavroVideoBoost::getInstance()"));
+                 EXPECT_TRUE(hasError(o, "Failed to init video boost params."));
+                 EXPECT_TRUE(o.runningAfterStart);
+                 EXPECT_EQ(o.inputsCounted, kFrames);
+             }},
+            {"boost service refuses every call",
+             [](ProcFixture&, CodecHarness&) {
+                 TavroVideoBoost::setStatusForTesting(UNKNOWN_ERROR);
+             },
+             [](const Outcome& o) {
+                 // The codec does not retry: each request went out once, in the same order.
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+             }},
+            {"boost request cannot be written",
+             [](ProcFixture&, CodecHarness&) { TavroVideoBoost::setWriteFailAfterForTesting(3); },
+             [](const Outcome& o) {
+                 // The thread part never reached the service; the cluster part and its release
+                 // still follow the rate.
+                 EXPECT_EQ(o.requests, "CR");
+             }},
+            {"list service answers nothing",
+             [](ProcFixture&, CodecHarness&) {
+                 host::HostListService::setFault(host::HostListService::Fault::kNoAnswer);
+             },
+             [](const Outcome& o) {
+                 EXPECT_EQ(o.requests, "");
+                 EXPECT_TRUE(o.runningAfterStart);
+                 EXPECT_EQ(o.inputsCounted, kFrames);
+             }},
+            {"list service answers garbage",
+             [](ProcFixture&, CodecHarness&) {
+                 host::HostListService::setFault(host::HostListService::Fault::kGarbage);
+             },
+             [](const Outcome& o) {
+                 // The garbage holds no key a rule knows: a rule without conditions or boosts.
+                 EXPECT_EQ(o.requests, "");
+                 EXPECT_TRUE(o.runningAfterStart);
+                 EXPECT_EQ(o.inputsCounted, kFrames);
+             }},
+            {"list service fills the whole buffer",
+             [](ProcFixture&, CodecHarness&) {
+                 // The entries end in ',' so that their repetitions parse as the same items.
+                 host::HostListService::setByUid(kListMediaSchedBoost,
+                                                 static_cast<int64_t>(getuid()),
+                                                 std::string(kSchedEntry) + ",");
+                 host::HostListService::setByActivity(kListVdecCpuBoost, kTopActivity,
+                                                      std::string(kClusterEntry) + ",");
+                 host::HostListService::setFault(host::HostListService::Fault::kUnterminated);
+             },
+             [&](const Outcome& o) {
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+                 EXPECT_EQ(o.threadTids, ownIds);
+             }},
+            {"/proc without this process",
+             [](ProcFixture& proc, CodecHarness&) { setProcRootForTesting(proc.root()); },
+             [](const Outcome& o) {
+                 EXPECT_EQ(o.requests, "");
+                 EXPECT_TRUE(hasError(o, kLogFailedInitCache));
+                 EXPECT_TRUE(o.runningAfterStart);
+             }},
+            {"/proc loses threads while they are read",
+             [](ProcFixture& proc, CodecHarness&) {
+                 proc.commandLine(std::string("fault.app") + '\0' + "--flag");
+                 proc.thread("100", "KeyWorker\n");
+                 proc.thread("101", nullptr);
+                 proc.plainFile("102");
+                 proc.thread("103", "KeyWorker-2\n");
+                 host::HostListService::setByUid(kListMediaSchedBoost,
+                                                 static_cast<int64_t>(getuid()),
+                                                 "schedVideo=2,isVideo=1,threadName=KeyWorker");
+                 setProcRootForTesting(proc.root());
+             },
+             [&](const Outcome& o) {
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+                 // Directory order is the file system's: compare as a set.
+                 std::vector<int32_t> tids(o.threadTids.begin(), o.threadTids.end() - 3);
+                 std::sort(tids.begin(), tids.end());
+                 EXPECT_EQ(tids, (std::vector<int32_t>{100, 103}));
+                 EXPECT_EQ(std::vector<int32_t>(o.threadTids.end() - 3, o.threadTids.end()),
+                           ownIds);
+             }},
+            {"/proc without a task directory",
+             [](ProcFixture& proc, CodecHarness&) {
+                 proc.commandLine("fault.app");
+                 host::HostListService::setByUid(kListMediaSchedBoost,
+                                                 static_cast<int64_t>(getuid()),
+                                                 "schedVideo=2,isVideo=1,threadName=KeyWorker");
+                 setProcRootForTesting(proc.root());
+             },
+             [&](const Outcome& o) {
+                 EXPECT_EQ(o.requests, kBaselineRequests);
+                 EXPECT_EQ(o.threadTids, ownIds);
+                 EXPECT_TRUE(hasError(o, "Fail to open directory"));
+             }},
+    };
+
+    for (const FaultCase& c : kCases) {
+        SCOPED_TRACE(c.name);
+        reset();
+        ProcFixture proc;
+        const Outcome o = playSession([&](CodecHarness& h) { c.inject(proc, h); });
+        c.expect(o);
+    }
+}
+
+}  // namespace
+}  // namespace android
