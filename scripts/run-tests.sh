@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Sets everything up and runs every test: a normal build, an ASan+UBSan build, and a TSan build
-# of the suites that exercise threads (names containing "Thread").
+# Sets everything up and runs every test: a normal build, an ASan+UBSan build, a TSan build of the
+# suites that exercise threads (names containing "Thread"), and a short run of every fuzz target.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 cd "$root"
@@ -20,3 +20,8 @@ echo "== TSan build (thread suites)"
 bash scripts/build.sh build-tsan thread -DCMAKE_BUILD_TYPE=Debug -DTAVRO_BUILD_TOOLS=OFF
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
     ctest --test-dir build-tsan --output-on-failure -j "$jobs" -R Thread
+
+echo "== fuzz smoke (clang, ASan + UBSan; seed corpus plus a fixed number of inputs per target)"
+CC=clang CXX=clang++ bash scripts/build.sh build-fuzz none -DTAVRO_BUILD_FUZZ=ON \
+    -DTAVRO_BUILD_TESTS=OFF -DTAVRO_BUILD_TOOLS=OFF
+ctest --test-dir build-fuzz/fuzz --output-on-failure -j "$jobs"

@@ -1,0 +1,56 @@
+// Codec2 records made from fuzz input for the work and HDR targets: parameter records whose size
+// fields may lie (shorter than their bytes, or zero) and whose indices lean towards the ones the
+// channel and the HDR check look for.
+#pragma once
+
+#include <stdint.h>
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <memory>
+#include <vector>
+
+#include <C2Param.h>
+#include <host/HostC2.h>
+
+namespace android {
+namespace fuzz {
+
+// A record for `index` with up to `maxPayload` payload bytes and a size field anywhere from 0 to
+// 16 bytes past the payload (the host maker zero-fills an allocation that large).
+inline std::unique_ptr<C2Param> consumeParam(FuzzedDataProvider& fdp, uint32_t index,
+                                             size_t maxPayload) {
+    const std::vector<uint8_t> payload =
+            fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, maxPayload));
+    const uint32_t honest = static_cast<uint32_t>(8 + payload.size());
+    const uint32_t sizeField =
+            fdp.ConsumeBool() ? honest : fdp.ConsumeIntegralInRange<uint32_t>(0, honest + 16);
+    return host::makeC2Param(index, payload, sizeField);
+}
+
+inline std::shared_ptr<C2Info> consumeInfo(FuzzedDataProvider& fdp, uint32_t index,
+                                           size_t maxPayload) {
+    const std::vector<uint8_t> payload =
+            fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, maxPayload));
+    const uint32_t honest = static_cast<uint32_t>(8 + payload.size());
+    const uint32_t sizeField =
+            fdp.ConsumeBool() ? honest : fdp.ConsumeIntegralInRange<uint32_t>(0, honest + 16);
+    return host::makeC2Info(index, payload, sizeField);
+}
+
+// An index: one of `known`, one of them with its stream-id and direction bits changed, or any.
+template <size_t N>
+uint32_t consumeIndex(FuzzedDataProvider& fdp, const uint32_t (&known)[N]) {
+    switch (fdp.ConsumeIntegralInRange<int>(0, 2)) {
+        case 0:
+            return known[fdp.ConsumeIntegralInRange<size_t>(0, N - 1)];
+        case 1:
+            return known[fdp.ConsumeIntegralInRange<size_t>(0, N - 1)] ^
+                   (fdp.ConsumeIntegral<uint32_t>() & 0x33F00000u);
+        default:
+            return fdp.ConsumeIntegral<uint32_t>();
+    }
+}
+
+}  // namespace fuzz
+}  // namespace android

@@ -1,0 +1,143 @@
+// Boost-info strings: the parser with its debug dump on, the key/value and list splitters, the
+// cluster opcode encoders, condition matching, and the manager's whole lookup with the string as
+// the list service's answer. Oracles: parsing is deterministic, split pieces never hold their
+// delimiter, a rejected string names a bad "schedVideo"/"schedAudio".
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <host/HostListService.h>
+
+#include "FuzzWorld.h"
+#include "whitelist/TavroWhiteListCacheMgr.h"
+
+using namespace android;
+
+namespace {
+
+// What the list service hands over for `text`: cut at the first NUL and at the buffer size.
+std::string asListAnswer(const std::string& text) {
+    std::string answer(text.c_str());
+    if (answer.size() >= kBoostInfoBufferSize) answer.resize(kBoostInfoBufferSize - 1);
+    return answer;
+}
+
+void check(bool ok, const char* what) {
+    if (ok) return;
+    fprintf(stderr, "==fuzz== broken: %s\n", what);
+    abort();
+}
+
+bool sameRule(const MediaBoostInfo& a, const MediaBoostInfo& b) {
+    const BoostConditionInfo& c = a.condition;
+    const BoostConditionInfo& d = b.condition;
+    return c.soc == d.soc && c.project == d.project && c.vendor == d.vendor && c.mime == d.mime &&
+           c.component == d.component && c.limitWidth == d.limitWidth &&
+           c.limitHeight == d.limitHeight && c.bitrate == d.bitrate && c.isVideo == d.isVideo &&
+           c.isEncoder == d.isEncoder && a.uxInfo.schedVideo == b.uxInfo.schedVideo &&
+           a.uxInfo.schedAudio == b.uxInfo.schedAudio &&
+           a.uxInfo.threadName == b.uxInfo.threadName && a.uxInfo.swThreads == b.uxInfo.swThreads &&
+           a.clusterInfo.clusterMinFreq == b.clusterInfo.clusterMinFreq &&
+           a.clusterInfo.freqRate == b.clusterInfo.freqRate &&
+           a.clusterInfo.uclampIndex == b.clusterInfo.uclampIndex;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    fuzz::initFuzzWorld();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    fuzz::resetFuzzWorld();
+    fuzz::setFuzzLogLevel("7");  // every debug line of the parse and of the dump is formatted
+    const std::string text(reinterpret_cast<const char*>(data), size);
+
+    auto info = std::make_shared<MediaBoostInfo>();
+    info->boostStrInfo = text;
+    const bool ok = TavroWhiteListCacheMgr::parseBoostInfo(text, info);
+    TavroWhiteListCacheMgr::printMediaBoostInfo(info);
+    // The rest checks results; formatting every line again would only slow the search down.
+    fuzz::setFuzzLogLevel("0");
+    if (!ok) {
+        check(text.find("schedVideo=") != std::string::npos ||
+                      text.find("schedAudio=") != std::string::npos,
+              "a string was rejected without a scheduling key");
+    } else {
+        auto again = std::make_shared<MediaBoostInfo>();
+        check(TavroWhiteListCacheMgr::parseBoostInfo(text, again), "second parse rejected");
+        check(sameRule(*info, *again), "parsing is not deterministic");
+
+        std::vector<int32_t> opcodes;
+        TavroWhiteListCacheMgr::parseClusterInfo(info->clusterInfo, opcodes);
+        check(opcodes.size() % 2 == 0, "opcode list is not made of pairs");
+        TavroWhiteListCacheMgr::parseMtkClusterInfo(info->clusterInfo, opcodes);
+        check(opcodes.size() % 2 == 0, "opcode list is not made of pairs");
+
+        TavroWhiteListCacheMgr* manager = TavroWhiteListCacheMgr::getInstance();
+        if (manager->init() &&
+            fuzz::areaFits(info->condition.limitWidth, info->condition.limitHeight)) {
+            TavroMediaInfo video;
+            video.mime = "video/avc";
+            video.component = "c2.qti.avc.decoder";
+            video.width = 1920;
+            video.height = 1080;
+            video.isVideo = 1;
+            video.isEncoder = 0;
+            TavroMediaInfo audio;
+            audio.mime = "audio/mp4a-latm";
+            audio.component = "c2.android.aac.decoder";
+            audio.sampleRate = 48000;
+            audio.channelCount = 2;
+            audio.isVideo = 0;
+            audio.isEncoder = 0;
+            (void)manager->checkPrecondition(video, info->condition);
+            (void)manager->checkPrecondition(audio, info->condition);
+        }
+    }
+
+    std::map<std::string, std::string> pairs;
+    TavroWhiteListCacheMgr::parseKeyValueString(text, pairs);
+    for (const auto& [key, value] : pairs) {
+        check(!key.empty() && !value.empty(), "empty key or value kept");
+        check(key.find(kBoostItemDelim) == std::string::npos, "key holds the item delimiter");
+        check(key.find(kBoostValueDelim) == std::string::npos, "key holds '='");
+    }
+    std::vector<std::string> pieces;
+    TavroWhiteListCacheMgr::parseStrByDelim(text, kBoostListDelim, pieces);
+    for (const std::string& piece : pieces) {
+        check(!piece.empty() && piece.find(kBoostListDelim) == std::string::npos,
+              "list piece is empty or holds '+'");
+    }
+    std::vector<int32_t> numbers;
+    TavroWhiteListCacheMgr::parseNumericString(text, numbers);
+
+    // The whole lookup of an app, with the string as its "media-sched-boost" and top-activity
+    // "vdec-cpu-boost" answers (the cluster half is only ever asked for video).
+    const std::string answer = asListAnswer(text);
+    if (fuzz::boostInfoAreaFits(answer)) {
+        host::HostListService::setByUid(kListMediaSchedBoost, static_cast<int64_t>(getuid()),
+                                        answer);
+        host::HostListService::setTopActivity(-1, "fuzz.activity/.Main");
+        host::HostListService::setByActivity(kListVdecCpuBoost, "fuzz.activity/.Main", answer);
+        TavroMediaInfo media;
+        media.mime = "video/hevc";
+        media.component = "c2.qti.hevc.decoder";
+        media.width = 3840;
+        media.height = 2160;
+        media.isVideo = 1;
+        media.isEncoder = 0;
+        TavroUxInfo ux;
+        TavroClusterInfo cluster;
+        TavroWhiteListCacheMgr::getInstance()->getBoostInfo(static_cast<int32_t>(getpid()), media,
+                                                            ux, cluster);
+    }
+    return 0;
+}

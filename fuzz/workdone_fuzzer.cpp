@@ -1,0 +1,114 @@
+// A work's configUpdate records through the buffer channel's onWorkDone: stutter texts with or
+// without their terminator, super-resolution statuses, records whose size field lies, null
+// records and worklets, any output flags and frame indices, with a feedback id set or not and the
+// channel stopping or not. Every work must reach the platform untouched in number.
+#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <list>
+#include <memory>
+
+#include <C2Work.h>
+#include <codec2/sfplugin/CCodecBufferChannel.h>
+#include <codec2/sfplugin/TavroCCodecCallback.h>
+#include <media/stagefright/foundation/AMessage.h>
+#include <tavro/TavroAnalysisFPS.h>
+
+#include "FuzzCodec2.h"
+#include "FuzzWorld.h"
+#include "sfplugin/TavroCCodecBufferChannel.h"
+
+using namespace android;
+
+namespace {
+
+class QuietCodecCallback : public CCodecCallback {
+  public:
+    void onError(status_t, enum ActionCode) override {}
+    void onOutputFramesRendered(int64_t, nsecs_t) override {}
+    void onOutputBuffersChanged() override {}
+    void onFirstTunnelFrameReady() override {}
+};
+
+class CountingTavroCallback : public TavroCCodecCallback {
+  public:
+    void onQueueInputBuffer() override {}
+    void onWorkDone(const sp<AMessage>&) override { ++worksDone; }
+    void renderOutputBuffer(const sp<MediaCodecBuffer>&, int64_t) override {}
+    uint64_t worksDone = 0;
+};
+
+constexpr uint32_t kKnownIndices[] = {
+        kVppStutterInfoIndex,
+        kVppStutterInfoIndex | kParamStreamFlag,
+        kVppStutterInfoIndex | kParamStreamFlag | kParamStreamIdMax,
+        kSrStatusInfoIndex,
+        kSrStatusInfoIndex | kParamStreamFlag | 0x00100000u,
+        kSrStatusInfoIndex | kParamDirGlobal,
+        kVppModeParamIndex,
+        kFileFpsParamIndex,
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    fuzz::initFuzzWorld();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzedDataProvider fdp(data, size);
+    fuzz::resetFuzzWorld(false);
+    fuzz::setFuzzLogLevel(fdp.ConsumeBool() ? "7" : "0");
+
+    auto tavroCallback = std::make_shared<CountingTavroCallback>();
+    sp<TavroAnalysisFPS> analysis = fdp.ConsumeBool() ? new TavroAnalysisFPS() : nullptr;
+    auto channel = std::make_shared<TavroCCodecBufferChannel>(
+            std::make_shared<QuietCodecCallback>(), tavroCallback, analysis);
+    channel->setFeedbackId(fdp.ConsumeBool() ? fdp.ConsumeIntegral<int64_t>() : 0);
+    sp<AMessage> outputFormat = fdp.ConsumeBool() ? new AMessage() : nullptr;
+
+    uint64_t handed = 0;
+    while (fdp.remaining_bytes() > 0 && handed < 16) {
+        channel->setStoppingForTesting(fdp.ConsumeBool());
+        std::unique_ptr<C2Work> work;
+        if (fdp.ConsumeIntegralInRange<int>(0, 15) != 0) {
+            work = std::make_unique<C2Work>();
+            work->input.ordinal.frameIndex = fdp.ConsumeIntegral<uint64_t>();
+            const int worklets = fdp.ConsumeIntegralInRange<int>(0, 2);
+            for (int w = 0; w < worklets; ++w) {
+                if (fdp.ConsumeIntegralInRange<int>(0, 7) == 0) {
+                    work->worklets.push_back(nullptr);
+                    continue;
+                }
+                auto worklet = std::make_unique<C2Worklet>();
+                worklet->output.flags = static_cast<C2FrameData::flags_t>(
+                        fdp.ConsumeIntegralInRange<uint32_t>(0, 31));
+                worklet->output.ordinal.frameIndex = fdp.ConsumeIntegral<uint64_t>();
+                const int records = fdp.ConsumeIntegralInRange<int>(0, 4);
+                for (int r = 0; r < records; ++r) {
+                    if (fdp.ConsumeIntegralInRange<int>(0, 7) == 0) {
+                        worklet->output.configUpdate.push_back(nullptr);
+                        continue;
+                    }
+                    const uint32_t index = fuzz::consumeIndex(fdp, kKnownIndices);
+                    worklet->output.configUpdate.push_back(fuzz::consumeParam(fdp, index, 48));
+                }
+                work->worklets.push_back(std::move(worklet));
+            }
+        }
+        channel->onWorkDone(std::move(work), outputFormat, nullptr);
+        ++handed;
+    }
+    if (tavroCallback->worksDone != handed || channel->countersForTesting().worksDone != handed) {
+        fprintf(stderr, "==fuzz== broken: %llu works handed, callback saw %llu, platform %llu\n",
+                static_cast<unsigned long long>(handed),
+                static_cast<unsigned long long>(tavroCallback->worksDone),
+                static_cast<unsigned long long>(channel->countersForTesting().worksDone));
+        abort();
+    }
+    return 0;
+}
