@@ -8,6 +8,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <C2Param.h>
@@ -16,25 +17,27 @@
 namespace android {
 namespace fuzz {
 
-// A record for `index` with up to `maxPayload` payload bytes and a size field anywhere from 0 to
-// 16 bytes past the payload (the host maker zero-fills an allocation that large).
-inline std::unique_ptr<C2Param> consumeParam(FuzzedDataProvider& fdp, uint32_t index,
-                                             size_t maxPayload) {
-    const std::vector<uint8_t> payload =
+// Up to `maxPayload` payload bytes and a size field for them: the honest 8 + payload, or anything
+// from 0 to 16 bytes past it (the host maker zero-fills an allocation that large).
+inline std::pair<std::vector<uint8_t>, uint32_t> consumeRecord(FuzzedDataProvider& fdp,
+                                                               size_t maxPayload) {
+    std::vector<uint8_t> payload =
             fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, maxPayload));
     const uint32_t honest = static_cast<uint32_t>(8 + payload.size());
     const uint32_t sizeField =
             fdp.ConsumeBool() ? honest : fdp.ConsumeIntegralInRange<uint32_t>(0, honest + 16);
+    return {std::move(payload), sizeField};
+}
+
+inline std::unique_ptr<C2Param> consumeParam(FuzzedDataProvider& fdp, uint32_t index,
+                                             size_t maxPayload) {
+    const auto [payload, sizeField] = consumeRecord(fdp, maxPayload);
     return host::makeC2Param(index, payload, sizeField);
 }
 
 inline std::shared_ptr<C2Info> consumeInfo(FuzzedDataProvider& fdp, uint32_t index,
                                            size_t maxPayload) {
-    const std::vector<uint8_t> payload =
-            fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, maxPayload));
-    const uint32_t honest = static_cast<uint32_t>(8 + payload.size());
-    const uint32_t sizeField =
-            fdp.ConsumeBool() ? honest : fdp.ConsumeIntegralInRange<uint32_t>(0, honest + 16);
+    const auto [payload, sizeField] = consumeRecord(fdp, maxPayload);
     return host::makeC2Info(index, payload, sizeField);
 }
 

@@ -80,6 +80,11 @@ void setFuzzLogLevel(const char* level) {
     host::HostProperties::set(kTavroLogLevelProperty, level);
 }
 
+void startFuzzInput(FuzzedDataProvider& fdp, bool withPlatform) {
+    resetFuzzWorld(withPlatform);
+    setFuzzLogLevel(fdp.ConsumeBool() ? "7" : "0");
+}
+
 bool areaFits(int32_t width, int32_t height) {
     int32_t area;
     return !__builtin_mul_overflow(width, height, &area);

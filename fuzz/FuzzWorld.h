@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+#include <fuzzer/FuzzedDataProvider.h>
+
 #include <string>
 
 namespace android {
@@ -22,6 +24,10 @@ void resetFuzzWorld(bool withPlatform = true);
 
 // Sets the log level property ("debug.tavro.video.log.enable").
 void setFuzzLogLevel(const char* level);
+
+// resetFuzzWorld(withPlatform), then the input's first byte chooses logging on (every debug line
+// formatted) or off, so that both the gated and the quiet paths are fuzzed.
+void startFuzzInput(FuzzedDataProvider& fdp, bool withPlatform);
 
 // True when width x height fits in int32: matching a video rule multiplies the two, and an area
 // that does not fit is the white list's named fatal check, which a fuzzer must not feed.

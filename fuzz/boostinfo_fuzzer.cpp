@@ -48,6 +48,18 @@ bool sameRule(const MediaBoostInfo& a, const MediaBoostInfo& b) {
            a.clusterInfo.uclampIndex == b.clusterInfo.uclampIndex;
 }
 
+TavroMediaInfo videoDecoder(const char* mime, const char* component, int32_t width,
+                            int32_t height) {
+    TavroMediaInfo media;
+    media.mime = mime;
+    media.component = component;
+    media.width = width;
+    media.height = height;
+    media.isVideo = 1;
+    media.isEncoder = 0;
+    return media;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -84,13 +96,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         TavroWhiteListCacheMgr* manager = TavroWhiteListCacheMgr::getInstance();
         if (manager->init() &&
             fuzz::areaFits(info->condition.limitWidth, info->condition.limitHeight)) {
-            TavroMediaInfo video;
-            video.mime = "video/avc";
-            video.component = "c2.qti.avc.decoder";
-            video.width = 1920;
-            video.height = 1080;
-            video.isVideo = 1;
-            video.isEncoder = 0;
+            const TavroMediaInfo video =
+                    videoDecoder("video/avc", "c2.qti.avc.decoder", 1920, 1080);
             TavroMediaInfo audio;
             audio.mime = "audio/mp4a-latm";
             audio.component = "c2.android.aac.decoder";
@@ -127,13 +134,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                         answer);
         host::HostListService::setTopActivity(-1, "fuzz.activity/.Main");
         host::HostListService::setByActivity(kListVdecCpuBoost, "fuzz.activity/.Main", answer);
-        TavroMediaInfo media;
-        media.mime = "video/hevc";
-        media.component = "c2.qti.hevc.decoder";
-        media.width = 3840;
-        media.height = 2160;
-        media.isVideo = 1;
-        media.isEncoder = 0;
+        const TavroMediaInfo media = videoDecoder("video/hevc", "c2.qti.hevc.decoder", 3840, 2160);
         TavroUxInfo ux;
         TavroClusterInfo cluster;
         TavroWhiteListCacheMgr::getInstance()->getBoostInfo(static_cast<int32_t>(getpid()), media,

@@ -149,8 +149,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::resetFuzzWorld();
-    fuzz::setFuzzLogLevel(fdp.ConsumeBool() ? "7" : "0");
+    fuzz::startFuzzInput(fdp, true);
 
     for (const char* key : kProperties) {
         switch (fdp.ConsumeIntegralInRange<int>(0, 2)) {

@@ -123,8 +123,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::resetFuzzWorld(false);
-    fuzz::setFuzzLogLevel(fdp.ConsumeBool() ? "7" : "0");
+    fuzz::startFuzzInput(fdp, false);
     readBits(fdp);
     classify(fdp);
     channelHeader(fdp);

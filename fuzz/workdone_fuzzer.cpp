@@ -61,8 +61,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::resetFuzzWorld(false);
-    fuzz::setFuzzLogLevel(fdp.ConsumeBool() ? "7" : "0");
+    fuzz::startFuzzInput(fdp, false);
 
     auto tavroCallback = std::make_shared<CountingTavroCallback>();
     sp<TavroAnalysisFPS> analysis = fdp.ConsumeBool() ? new TavroAnalysisFPS() : nullptr;

@@ -251,6 +251,11 @@ class TavroFaultInjectionTest : public ::testing::Test {
 TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
     const int32_t tid = ownTid();
     const std::vector<int32_t> ownIds = {555, tid, tid};  // tp-ux-tid, configure and looper
+    const auto noBoostOtherwiseNormal = [](const Outcome& o) {
+        EXPECT_EQ(o.requests, "");
+        EXPECT_TRUE(o.runningAfterStart);
+        EXPECT_EQ(o.inputsCounted, kFrames);
+    };
     const FaultCase kCases[] = {
             {"no fault", [](ProcFixture&, CodecHarness&) {},
              [&](const Outcome& o) {
@@ -330,21 +335,13 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
              [](ProcFixture&, CodecHarness&) {
                  host::HostListService::setFault(host::HostListService::Fault::kNoAnswer);
              },
-             [](const Outcome& o) {
-                 EXPECT_EQ(o.requests, "");
-                 EXPECT_TRUE(o.runningAfterStart);
-                 EXPECT_EQ(o.inputsCounted, kFrames);
-             }},
+             noBoostOtherwiseNormal},
+            // The garbage holds no key a rule knows: a rule without conditions or boosts.
             {"list service answers garbage",
              [](ProcFixture&, CodecHarness&) {
                  host::HostListService::setFault(host::HostListService::Fault::kGarbage);
              },
-             [](const Outcome& o) {
-                 // The garbage holds no key a rule knows: a rule without conditions or boosts.
-                 EXPECT_EQ(o.requests, "");
-                 EXPECT_TRUE(o.runningAfterStart);
-                 EXPECT_EQ(o.inputsCounted, kFrames);
-             }},
+             noBoostOtherwiseNormal},
             {"list service fills the whole buffer",
              [](ProcFixture&, CodecHarness&) {
                  // The entries end in ',' so that their repetitions parse as the same items.
