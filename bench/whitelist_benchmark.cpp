@@ -5,21 +5,14 @@
 // grows no faster than log n with the map size.
 #include <benchmark/benchmark.h>
 
-#include <unistd.h>
-
 #include <host/HostListService.h>
-#include <host/HostLog.h>
 #include <host/HostProperties.h>
-#include <log/log.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "support/AllocCounter.h"
-#include "whitelist/TavroSystemProbe.h"
+#include "support/WhiteListWorld.h"
 #include "whitelist/TavroWhiteListCacheMgr.h"
 
 namespace android {
@@ -27,9 +20,8 @@ namespace {
 
 using host::HostListService;
 using host::HostProperties;
-
-constexpr int32_t kClientPid = 4242;
-constexpr char kClientName[] = "com.client.app";
+using tavro_bench::kClientPid;
+using tavro_bench::WhiteListWorld;
 
 // The example of the grammar: a typical string.
 constexpr char kExampleString[] =
@@ -76,89 +68,23 @@ void BM_ParseBoostInfo_256Bytes(benchmark::State& state) {
 }
 BENCHMARK(BM_ParseBoostInfo_256Bytes);
 
-// A /proc tree with the own process (named `ownName`) and the client process.
-class World {
-  public:
-    World(const std::string& ownName, int64_t entries) {
-        std::string pattern =
-                (std::filesystem::temp_directory_path() / "tavro-bench-proc-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) abort();
-        mRoot = pattern;
-        write(std::to_string(getpid()) + "/cmdline", ownName + std::string(1, '\0'));
-        std::filesystem::create_directories(mRoot + "/" + std::to_string(getpid()) + "/task");
-        write(std::to_string(kClientPid) + "/cmdline", std::string(kClientName) + '\0');
-
-        host::HostLog::setStderrPriority(ANDROID_LOG_SILENT);
-        host::HostLog::setCapacity(0);
-        HostProperties::clear();
-        HostProperties::set(kPropHardware, "qcom");
-        HostProperties::set(kPropDeviceFamily, "QXSM8550");
-        HostProperties::set(kPropProjectName, "P23001");
-        HostListService::clear();
-        setProcRootForTesting(mRoot);
-
-        // App scenario sources.
-        HostListService::setByUid(kListMediaSchedBoost, static_cast<int64_t>(getuid()),
-                                  "isVideo=1,isEncoder=0,schedVideo=2,ddrFreq=1555");
-        HostListService::setTopActivity(-1, "com.client.app/.PlayerActivity");
-        HostListService::setByActivity(kListVdecCpuBoost, "com.client.app/.PlayerActivity",
-                                       "isVideo=1,preferIdle=1,cluster0Min=1804800");
-        // Mediaserver scenario sources.
-        HostListService::setByName(kListMediaserverBoost, kBoostNameListKey,
-                                   "#generic+com.client.app");
-        HostListService::setByName(kListMediaserverBoost, "#generic", "isVideo=1,schedVideo=1");
-        HostListService::setByName(kListMediaserverBoost, kClientName,
-                                   "isVideo=1,schedVideo=3,preferIdle=1,cluster0Min=1804800");
-
-        mMgr = TavroWhiteListCacheMgr::getInstance();
-        mMgr->resetForTesting();
-        mMgr->setClockForTesting(nullptr);
-        // Warm up: the first call builds the cache (and, for a media server, its map).
-        TavroUxInfo ux;
-        TavroClusterInfo cluster;
-        mMgr->getBoostInfo(kClientPid, media(), ux, cluster);
-        // More activity entries, each asked for once by name and then cached.
-        for (int64_t i = 0; i + 1 < entries; ++i) {
-            const std::string name = "com.vendor.app" + std::to_string(i);
-            HostListService::setByName(kListMediaserverBoost, name, "isVideo=1,schedVideo=2");
-            mMgr->getActivityBoostInfo(name, false, true);
-        }
+// A warm cache: the first call builds it (and, for a media server, its map), then `entries` - 1
+// more activity entries, each asked for once by name and then cached.
+void warmUp(const WhiteListWorld& world, int64_t entries) {
+    TavroUxInfo ux;
+    TavroClusterInfo cluster;
+    world.mgr()->getBoostInfo(kClientPid, WhiteListWorld::media(), ux, cluster);
+    for (int64_t i = 0; i + 1 < entries; ++i) {
+        const std::string name = "com.vendor.app" + std::to_string(i);
+        HostListService::setByName(kListMediaserverBoost, name, "isVideo=1,schedVideo=2");
+        world.mgr()->getActivityBoostInfo(name, false, true);
     }
-    ~World() {
-        mMgr->resetForTesting();
-        setProcRootForTesting("");
-        std::error_code ec;
-        std::filesystem::remove_all(mRoot, ec);
-    }
-
-    static TavroMediaInfo media() {
-        TavroMediaInfo m;
-        m.mime = "video/avc";
-        m.component = "c2.qti.avc.decoder";
-        m.width = 1920;
-        m.height = 1080;
-        m.bitrate = 8000000;
-        m.isVideo = 1;
-        m.isEncoder = 0;
-        return m;
-    }
-
-    TavroWhiteListCacheMgr* mgr() const { return mMgr; }
-
-  private:
-    void write(const std::string& relative, const std::string& bytes) {
-        std::filesystem::path path = std::filesystem::path(mRoot) / relative;
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
-
-    std::string mRoot;
-    TavroWhiteListCacheMgr* mMgr = nullptr;
-};
+}
 
 void warmLookup(benchmark::State& state, const char* ownName, int32_t expectedSched) {
-    World world(ownName, state.range(0));
-    const TavroMediaInfo media = World::media();
+    WhiteListWorld world(ownName);
+    warmUp(world, state.range(0));
+    const TavroMediaInfo media = WhiteListWorld::media();
     const uint64_t before = tavro_bench::allocationCount();
     for (auto _ : state) {
         TavroUxInfo ux;
@@ -183,7 +109,7 @@ BENCHMARK(BM_GetBoostInfoWarm_Mediaserver)->Arg(1)->Arg(100)->Arg(10000);
 // The share of the mediaserver lookup that is the client's name read from /proc (open, read,
 // close): the lookup must read it at every call, since a pid may name another process later.
 void BM_ProcNameByPid(benchmark::State& state) {
-    World world("/system/bin/mediaserver", 1);
+    WhiteListWorld world("/system/bin/mediaserver");
     std::string name;
     const uint64_t before = tavro_bench::allocationCount();
     for (auto _ : state) {
