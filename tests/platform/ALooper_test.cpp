@@ -13,6 +13,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace android {
@@ -24,25 +25,16 @@ using host::HostLog;
 constexpr int64_t kStartNs = HostClock::kDefaultManualStartNs;
 constexpr int64_t kStartUs = kStartNs / 1000;
 
-struct Hit {
-    uint32_t what;
-    int32_t tag;
-    int64_t nowUs;
-    bool operator==(const Hit& o) const {
-        return what == o.what && tag == o.tag && nowUs == o.nowUs;
-    }
-};
+// One delivery: what, the "tag" entry, the clock (µs) at delivery.
+using Hit = std::tuple<uint32_t, int32_t, int64_t>;
+using Hits = std::vector<Hit>;
 
-std::ostream& operator<<(std::ostream& os, const Hit& h) {
-    return os << "{what " << h.what << ", tag " << h.tag << ", at " << h.nowUs << "}";
-}
-
-// Records every message (what, "tag" entry, clock at delivery) and runs an optional reaction.
+// Records every message and runs an optional reaction.
 class Recorder : public AHandler {
   public:
     std::function<void(const sp<AMessage>&)> onMessage;
 
-    std::vector<Hit> hits() {
+    Hits hits() {
         std::lock_guard<std::mutex> guard(mLock);
         return mHits;
     }
@@ -59,10 +51,10 @@ class Recorder : public AHandler {
         msg->findInt32("tag", &tag);
         std::function<void(const sp<AMessage>&)> reaction;
         {
-            // The reaction is read under the lock, so a test that waited for this hit may
-            // replace it without racing with the dispatch thread.
+            // Read under the lock, so a test that waited for this hit may replace it without
+            // racing with the dispatch thread.
             std::lock_guard<std::mutex> guard(mLock);
-            mHits.push_back({msg->what(), tag, ALooper::GetNowUs()});
+            mHits.emplace_back(msg->what(), tag, ALooper::GetNowUs());
             reaction = onMessage;
         }
         mChanged.notify_all();
@@ -72,7 +64,22 @@ class Recorder : public AHandler {
   private:
     std::mutex mLock;
     std::condition_variable mChanged;
-    std::vector<Hit> mHits;
+    Hits mHits;
+};
+
+// Answers every message that awaits a response with its "tag" doubled.
+class Echo : public AHandler {
+  protected:
+    void onMessageReceived(const sp<AMessage>& msg) override {
+        sp<AReplyToken> token;
+        if (!msg->senderAwaitsResponse(&token)) return;
+        int32_t tag = 0;
+        msg->findInt32("tag", &tag);
+        sp<AMessage> reply = new AMessage;
+        reply->setInt32("answer", tag * 2);
+        reply->postReply(token);
+        EXPECT_EQ(INVALID_OPERATION, reply->postReply(token));
+    }
 };
 
 sp<AMessage> tagged(uint32_t what, const sp<AHandler>& handler, int32_t tag) {
@@ -86,10 +93,8 @@ class ALooperTest : public testing::Test {
     void SetUp() override {
         HostClock::useManual();
         HostLog::clear();
-        mLooper = new ALooper;
         mLooper->setName("manual");
         ASSERT_EQ(OK, mLooper->setManualForTesting(true));
-        mHandler = new Recorder;
         ASSERT_GT(mLooper->registerHandler(mHandler), 0);
     }
     void TearDown() override {
@@ -97,36 +102,33 @@ class ALooperTest : public testing::Test {
         mLooper.clear();
         HostClock::useReal();
     }
+    size_t advance(int64_t us) {
+        size_t dispatched = 0;
+        EXPECT_TRUE(mLooper->advanceForTesting(us, &dispatched));
+        return dispatched;
+    }
 
-    sp<ALooper> mLooper;
-    sp<Recorder> mHandler;
+    sp<ALooper> mLooper = new ALooper;
+    sp<Recorder> mHandler = new Recorder;
 };
 
 TEST_F(ALooperTest, DispatchesInDueOrderFifoForEqualTimes) {
-    EXPECT_EQ(OK, tagged(1, mHandler, 0)->post(3000));
-    EXPECT_EQ(OK, tagged(1, mHandler, 1)->post(1000));
-    EXPECT_EQ(OK, tagged(1, mHandler, 2)->post(1000));
-    EXPECT_EQ(OK, tagged(1, mHandler, 3)->post());
-    EXPECT_EQ(OK, tagged(1, mHandler, 4)->post(-50));  // negative delay counts as 0
+    for (auto [tag, delay] : {std::pair{0, 3000}, {1, 1000}, {2, 1000}, {3, 0}, {4, -50}}) {
+        EXPECT_EQ(OK, tagged(1, mHandler, tag)->post(delay));  // a negative delay counts as 0
+    }
     EXPECT_EQ(5u, mLooper->pendingCountForTesting());
     EXPECT_EQ(kStartUs, mLooper->nextDueTimeUsForTesting());
-
     EXPECT_EQ(2u, mLooper->runPendingForTesting());
     EXPECT_EQ(kStartUs + 1000, mLooper->nextDueTimeUsForTesting());
-    size_t dispatched = 0;
-    ASSERT_TRUE(mLooper->advanceForTesting(999, &dispatched));
-    EXPECT_EQ(0u, dispatched);
-    ASSERT_TRUE(mLooper->advanceForTesting(1, &dispatched));
-    EXPECT_EQ(2u, dispatched);
-    ASSERT_TRUE(mLooper->advanceForTesting(5000, &dispatched));
-    EXPECT_EQ(1u, dispatched);
-
+    EXPECT_EQ(0u, advance(999));
+    EXPECT_EQ(2u, advance(1));
+    EXPECT_EQ(1u, advance(5000));
     // Each message sees the clock at its own due time, not at the end of the advance.
-    EXPECT_EQ((std::vector<Hit>{{1, 3, kStartUs},
-                                {1, 4, kStartUs},
-                                {1, 1, kStartUs + 1000},
-                                {1, 2, kStartUs + 1000},
-                                {1, 0, kStartUs + 3000}}),
+    EXPECT_EQ((Hits{{1, 3, kStartUs},
+                    {1, 4, kStartUs},
+                    {1, 1, kStartUs + 1000},
+                    {1, 2, kStartUs + 1000},
+                    {1, 0, kStartUs + 3000}}),
               mHandler->hits());
     EXPECT_EQ(kStartNs + 6000 * 1000, systemTime(SYSTEM_TIME_MONOTONIC));
     EXPECT_EQ(0u, mLooper->pendingCountForTesting());
@@ -134,15 +136,12 @@ TEST_F(ALooperTest, DispatchesInDueOrderFifoForEqualTimes) {
 }
 
 TEST_F(ALooperTest, PeriodicChainFiresOncePerPeriodWithinTheWindow) {
-    // A handler that re-posts itself every 1 000 000 µs, like a periodic check.
     mHandler->onMessage = [](const sp<AMessage>& msg) { msg->dup()->post(1000000); };
     tagged(2, mHandler, 0)->post(1000000);
-    size_t dispatched = 0;
-    ASSERT_TRUE(mLooper->advanceForTesting(3500000, &dispatched));
-    EXPECT_EQ(3u, dispatched);
-    EXPECT_EQ((std::vector<Hit>{{2, 0, kStartUs + 1000000},
-                                {2, 0, kStartUs + 2000000},
-                                {2, 0, kStartUs + 3000000}}),
+    EXPECT_EQ(3u, advance(3500000));
+    EXPECT_EQ((Hits{{2, 0, kStartUs + 1000000},
+                    {2, 0, kStartUs + 2000000},
+                    {2, 0, kStartUs + 3000000}}),
               mHandler->hits());
     EXPECT_EQ(kStartUs + 4000000, mLooper->nextDueTimeUsForTesting());
     EXPECT_EQ(kStartUs + 3500000, ALooper::GetNowUs());
@@ -175,22 +174,19 @@ TEST_F(ALooperTest, MessagesToDeadOrUnregisteredHandlersAreDropped) {
 
     sp<Recorder> leaving = new Recorder;
     ALooper::handler_id leavingId = mLooper->registerHandler(leaving);
-    sp<AMessage> toLeaving = tagged(6, leaving, 0);
-    toLeaving->post(10);
+    tagged(6, leaving, 0)->post(10);
     mLooper->unregisterHandler(leavingId);
     EXPECT_EQ(0, leaving->id());
     EXPECT_EQ(nullptr, leaving->looper().get());
 
     tagged(7, mHandler, 1)->post(20);
-    size_t dispatched = 0;
-    ASSERT_TRUE(mLooper->advanceForTesting(100, &dispatched));
-    EXPECT_EQ(3u, dispatched);  // popped, but only the live one was delivered
-    EXPECT_EQ((std::vector<Hit>{{7, 1, kStartUs + 20}}), mHandler->hits());
+    EXPECT_EQ(3u, advance(100));  // popped, but only the live one was delivered
+    EXPECT_EQ((Hits{{7, 1, kStartUs + 20}}), mHandler->hits());
     EXPECT_TRUE(leaving->hits().empty());
     EXPECT_EQ(1u, HostLog::count("target handler", "AMessage"));    // gone
     EXPECT_EQ(1u, HostLog::count("is not registered", "ALooper"));  // unregistered
 
-    // Posting to a handler whose looper is gone fails outright.
+    // Posting to a handler whose looper is gone fails outright; so does a message with no target.
     sp<ALooper> other = new ALooper;
     other->setManualForTesting(true);
     sp<Recorder> orphan = new Recorder;
@@ -198,9 +194,15 @@ TEST_F(ALooperTest, MessagesToDeadOrUnregisteredHandlersAreDropped) {
     sp<AMessage> toOrphan = new AMessage(8, orphan);
     other.clear();
     EXPECT_EQ(-ENOENT, toOrphan->post());
+    sp<AMessage> untargeted = new AMessage;
+    EXPECT_EQ(-ENOENT, untargeted->post());
+    EXPECT_EQ(-ENOENT, untargeted->post(1000));
+    sp<AMessage> response;
+    EXPECT_EQ(-ENOENT, untargeted->postAndAwaitResponse(&response));
+    EXPECT_EQ(BAD_VALUE, untargeted->postReply(nullptr));
 }
 
-TEST_F(ALooperTest, RegistrationRulesAndHandlerAccessors) {
+TEST_F(ALooperTest, RegistrationRulesAndManualMode) {
     EXPECT_EQ(mLooper, mHandler->looper());
     EXPECT_TRUE(mHandler->getLooper() == mLooper);
     EXPECT_EQ(INVALID_OPERATION, mLooper->registerHandler(mHandler));
@@ -213,9 +215,8 @@ TEST_F(ALooperTest, RegistrationRulesAndHandlerAccessors) {
     // A manual looper never starts a thread, and the mode is fixed once started.
     EXPECT_EQ(INVALID_OPERATION, mLooper->start());
     EXPECT_EQ(INVALID_OPERATION, mLooper->stop());
-}
 
-TEST_F(ALooperTest, AdvanceNeedsTheManualClock) {
+    // Advancing needs the manual clock too.
     HostClock::useReal();
     tagged(1, mHandler, 0)->post();
     size_t dispatched = 99;
@@ -237,10 +238,10 @@ TEST_F(ALooperTest, AdvanceAllInterleavesLoopersInGlobalDueOrder) {
         order.push_back(tag);
     };
     other->onMessage = mHandler->onMessage;
-    tagged(1, mHandler, 1)->post(10);
-    tagged(1, other, 2)->post(10);
-    tagged(1, mHandler, 3)->post(20);
-    tagged(1, other, 0)->post(5);
+    for (auto [handler, tag, delay] :
+         {std::tuple{mHandler, 1, 10}, {other, 2, 10}, {mHandler, 3, 20}, {other, 0, 5}}) {
+        tagged(1, handler, tag)->post(delay);
+    }
     size_t dispatched = 0;
     ASSERT_TRUE(ALooper::advanceAllForTesting(20, &dispatched));
     EXPECT_EQ(4u, dispatched);
@@ -249,21 +250,6 @@ TEST_F(ALooperTest, AdvanceAllInterleavesLoopersInGlobalDueOrder) {
     EXPECT_EQ(1u, ALooper::runAllPendingForTesting());
     other->onMessage = nullptr;
 }
-
-// Answers every message that awaits a response with its "tag" doubled.
-class Echo : public AHandler {
-  protected:
-    void onMessageReceived(const sp<AMessage>& msg) override {
-        sp<AReplyToken> token;
-        if (!msg->senderAwaitsResponse(&token)) return;
-        int32_t tag = 0;
-        msg->findInt32("tag", &tag);
-        sp<AMessage> reply = new AMessage;
-        reply->setInt32("answer", tag * 2);
-        reply->postReply(token);
-        EXPECT_EQ(INVALID_OPERATION, reply->postReply(token));
-    }
-};
 
 TEST_F(ALooperTest, PostAndAwaitResponseOnAManualLooper) {
     sp<Echo> echo = new Echo;
@@ -281,14 +267,18 @@ TEST_F(ALooperTest, PostAndAwaitResponseOnAManualLooper) {
 class ALooperThreadTest : public testing::Test {
   protected:
     void TearDown() override { HostClock::useReal(); }
+    // A started looper with `handler` registered.
+    static sp<ALooper> started(const sp<AHandler>& handler) {
+        sp<ALooper> looper = new ALooper;
+        looper->registerHandler(handler);
+        EXPECT_EQ(OK, looper->start());
+        return looper;
+    }
 };
 
 TEST_F(ALooperThreadTest, ThreadDeliversPostsFromManyThreadsInOrderPerSender) {
-    sp<ALooper> looper = new ALooper;
-    looper->setName("threaded");
     sp<Recorder> handler = new Recorder;
-    looper->registerHandler(handler);
-    ASSERT_EQ(OK, looper->start());
+    sp<ALooper> looper = started(handler);
     EXPECT_EQ(INVALID_OPERATION, looper->start());
     EXPECT_EQ(INVALID_OPERATION, looper->setManualForTesting(true));
 
@@ -303,9 +293,9 @@ TEST_F(ALooperThreadTest, ThreadDeliversPostsFromManyThreadsInOrderPerSender) {
     for (std::thread& t : senders) t.join();
     ASSERT_TRUE(handler->waitForHits(kSenders * kEach));
     std::vector<int32_t> next(kSenders, 0);
-    for (const Hit& hit : handler->hits()) {
-        ASSERT_LT(hit.what, static_cast<uint32_t>(kSenders));
-        EXPECT_EQ(next[hit.what]++, hit.tag);  // FIFO per sender
+    for (const auto& [what, tag, at] : handler->hits()) {
+        ASSERT_LT(what, static_cast<uint32_t>(kSenders));
+        EXPECT_EQ(next[what]++, tag);  // FIFO per sender
     }
     EXPECT_EQ(OK, looper->stop());
     EXPECT_EQ(INVALID_OPERATION, looper->stop());
@@ -313,10 +303,8 @@ TEST_F(ALooperThreadTest, ThreadDeliversPostsFromManyThreadsInOrderPerSender) {
 
 TEST_F(ALooperThreadTest, WithTheManualClockTheThreadFiresOnlyWhenTimeIsAdvanced) {
     HostClock::useManual();
-    sp<ALooper> looper = new ALooper;
     sp<Recorder> handler = new Recorder;
-    looper->registerHandler(handler);
-    ASSERT_EQ(OK, looper->start());
+    sp<ALooper> looper = started(handler);
     tagged(1, handler, 0)->post(5000);
     tagged(1, handler, 1)->post();
     // The undelayed message comes first; the delayed one waits for the clock.
@@ -328,39 +316,33 @@ TEST_F(ALooperThreadTest, WithTheManualClockTheThreadFiresOnlyWhenTimeIsAdvanced
     EXPECT_EQ(1u, looper->pendingCountForTesting());
     HostClock::advance(1000);
     ASSERT_TRUE(handler->waitForHits(3));
-    EXPECT_EQ(
-            (std::vector<Hit>{{1, 1, kStartUs}, {1, 2, kStartUs + 4999}, {1, 0, kStartUs + 5000}}),
-            handler->hits());
+    EXPECT_EQ((Hits{{1, 1, kStartUs}, {1, 2, kStartUs + 4999}, {1, 0, kStartUs + 5000}}),
+              handler->hits());
     looper->stop();
-}
 
-TEST_F(ALooperThreadTest, RealClockDelayedMessageArrivesAfterItsDelay) {
-    sp<ALooper> looper = new ALooper;
-    sp<Recorder> handler = new Recorder;
-    looper->registerHandler(handler);
-    ASSERT_EQ(OK, looper->start());
+    // With the real clock a delayed message arrives no earlier than its delay.
+    HostClock::useReal();
+    sp<Recorder> real = new Recorder;
+    sp<ALooper> realLooper = started(real);
     const int64_t postedUs = ALooper::GetNowUs();
-    tagged(1, handler, 0)->post(2000);
-    ASSERT_TRUE(handler->waitForHits(1));
-    EXPECT_GE(handler->hits()[0].nowUs, postedUs + 2000);
-    looper->stop();
+    tagged(1, real, 0)->post(2000);
+    ASSERT_TRUE(real->waitForHits(1));
+    EXPECT_GE(std::get<2>(real->hits()[0]), postedUs + 2000);
+    realLooper->stop();
 }
 
 TEST_F(ALooperThreadTest, StopFromAHandlerAndDestroyOnTheLooperThread) {
-    sp<ALooper> looper = new ALooper;
     sp<Recorder> handler = new Recorder;
-    looper->registerHandler(handler);
     std::mutex lock;
     std::condition_variable done;
     bool stopped = false;
     handler->onMessage = [&](const sp<AMessage>&) {
-        sp<ALooper> self = handler->looper();
-        EXPECT_EQ(OK, self->stop());
+        EXPECT_EQ(OK, handler->looper()->stop());
         std::lock_guard<std::mutex> guard(lock);
         stopped = true;
         done.notify_all();
     };
-    ASSERT_EQ(OK, looper->start());
+    sp<ALooper> looper = started(handler);
     tagged(1, handler, 0)->post();
     {
         std::unique_lock<std::mutex> l(lock);
@@ -384,10 +366,8 @@ TEST_F(ALooperThreadTest, StopFromAHandlerAndDestroyOnTheLooperThread) {
 }
 
 TEST_F(ALooperThreadTest, PostAndAwaitResponseAcrossThreads) {
-    sp<ALooper> looper = new ALooper;
     sp<Echo> echo = new Echo;
-    looper->registerHandler(echo);
-    ASSERT_EQ(OK, looper->start());
+    sp<ALooper> looper = started(echo);
     std::vector<std::thread> askers;
     std::vector<int32_t> answers(4, 0);
     for (int i = 0; i < 4; ++i) {

@@ -6,14 +6,17 @@
 #include <media/stagefright/foundation/AString.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace android {
 namespace {
 
+using Names = std::vector<std::string>;
+
 // "name:type" for every entry, in order.
-std::vector<std::string> entryList(const sp<AMessage>& msg) {
-    std::vector<std::string> out;
+Names entryList(const sp<AMessage>& msg) {
+    Names out;
     for (size_t i = 0; i < msg->countEntries(); ++i) {
         AMessage::Type type;
         const char* name = msg->getEntryNameAt(i, &type);
@@ -22,14 +25,15 @@ std::vector<std::string> entryList(const sp<AMessage>& msg) {
     return out;
 }
 
+std::string stringAt(const sp<AMessage>& msg, const char* name) {
+    AString s("<absent>");
+    msg->findString(name, &s);
+    return s.c_str();
+}
+
 class Blob : public RefBase {};
 
-constexpr uint32_t fourcc(const char (&s)[5]) {
-    return (uint32_t(uint8_t(s[0])) << 24) | (uint32_t(uint8_t(s[1])) << 16) |
-           (uint32_t(uint8_t(s[2])) << 8) | uint32_t(uint8_t(s[3]));
-}
-constexpr uint32_t kWhatCheckFps = fourcc("cFps");
-constexpr uint32_t kWhatCheckOpt = fourcc("cOpt");
+constexpr uint32_t kWhatCheckOpt = ('c' << 24) | ('O' << 16) | ('p' << 8) | 't';
 
 TEST(AMessageTest, EachTypeIsFoundOnlyByItsOwnFinder) {
     sp<AMessage> msg = new AMessage;
@@ -48,46 +52,29 @@ TEST(AMessageTest, EachTypeIsFoundOnlyByItsOwnFinder) {
     msg->setMessage("m", sub);
     msg->setRect("r", 1, 2, 3, 4);
     msg->setBuffer("b", buf);
-
-    EXPECT_EQ((std::vector<std::string>{"i32:0", "i64:1", "size:2", "f:3", "d:4", "p:5", "s:6",
-                                        "o:7", "m:8", "r:9", "b:10"}),
+    EXPECT_EQ((Names{"i32:0", "i64:1", "size:2", "f:3", "d:4", "p:5", "s:6", "o:7", "m:8", "r:9",
+                     "b:10"}),
               entryList(msg));
 
-    int32_t i32 = 0;
+    int32_t i32 = 0, l = 0, t = 0, r = 0, bottom = 0;
     int64_t i64 = 0;
     size_t size = 0;
     float f = 0;
     double d = 0;
     void* p = nullptr;
-    AString s;
     sp<RefBase> o;
     sp<AMessage> m;
     sp<ABuffer> b;
-    int32_t l = 0, t = 0, r = 0, bottom = 0;
-    ASSERT_TRUE(msg->findInt32("i32", &i32));
-    ASSERT_TRUE(msg->findInt64("i64", &i64));
-    ASSERT_TRUE(msg->findSize("size", &size));
-    ASSERT_TRUE(msg->findFloat("f", &f));
-    ASSERT_TRUE(msg->findDouble("d", &d));
-    ASSERT_TRUE(msg->findPointer("p", &p));
-    ASSERT_TRUE(msg->findString("s", &s));
-    ASSERT_TRUE(msg->findObject("o", &o));
-    ASSERT_TRUE(msg->findMessage("m", &m));
-    ASSERT_TRUE(msg->findRect("r", &l, &t, &r, &bottom));
-    ASSERT_TRUE(msg->findBuffer("b", &b));
-    EXPECT_EQ(-5, i32);
-    EXPECT_EQ(1LL << 40, i64);
-    EXPECT_EQ(99u, size);
-    EXPECT_EQ(1.5f, f);
-    EXPECT_EQ(2.25, d);
-    EXPECT_EQ(&anchor, p);
-    EXPECT_STREQ("hello", s.c_str());
-    EXPECT_EQ(obj, o);
-    EXPECT_EQ(sub, m);
-    EXPECT_EQ(7u, m->what());
-    EXPECT_EQ(buf, b);
-    EXPECT_EQ(1, l);
-    EXPECT_EQ(4, bottom);
+    ASSERT_TRUE(msg->findInt32("i32", &i32) && msg->findInt64("i64", &i64) &&
+                msg->findSize("size", &size) && msg->findFloat("f", &f) &&
+                msg->findDouble("d", &d) && msg->findPointer("p", &p) && msg->findObject("o", &o) &&
+                msg->findMessage("m", &m) && msg->findRect("r", &l, &t, &r, &bottom) &&
+                msg->findBuffer("b", &b));
+    EXPECT_EQ(std::make_tuple(-5, 1LL << 40, size_t{99}, 1.5f, 2.25, static_cast<void*>(&anchor)),
+              std::make_tuple(i32, i64, size, f, d, p));
+    EXPECT_EQ(std::make_tuple(obj, sub, 7u, buf), std::make_tuple(o, m, m->what(), b));
+    EXPECT_EQ((std::vector<int32_t>{1, 2, 3, 4}), (std::vector<int32_t>{l, t, r, bottom}));
+    EXPECT_EQ("hello", stringAt(msg, "s"));
 
     // Wrong type or absent: false, output untouched (an int32 is not an int64, as on a device).
     int64_t untouched64 = 123;
@@ -103,12 +90,17 @@ TEST(AMessageTest, EachTypeIsFoundOnlyByItsOwnFinder) {
     EXPECT_FALSE(msg->findObject("b", &none));
     sp<AMessage> noMsg;
     EXPECT_FALSE(msg->findMessage("o", &noMsg));
-    AString noString("keep");
-    EXPECT_FALSE(msg->findString("i32", &noString));
-    EXPECT_STREQ("keep", noString.c_str());
+    EXPECT_EQ("<absent>", stringAt(msg, "i32"));
     EXPECT_TRUE(msg->contains("r"));
     EXPECT_FALSE(msg->contains("R"));
     EXPECT_FALSE(msg->contains(nullptr));
+
+    // setString honours an explicit length and takes null as empty.
+    msg->setString("cut", "abcdef", 3);
+    msg->setString("null", nullptr);
+    msg->setString("astr", AString("xyz"));
+    EXPECT_EQ((Names{"abc", "", "xyz"}),
+              (Names{stringAt(msg, "cut"), stringAt(msg, "null"), stringAt(msg, "astr")}));
 }
 
 TEST(AMessageTest, SettingAnExistingNameReplacesValueAndTypeInPlace) {
@@ -117,33 +109,22 @@ TEST(AMessageTest, SettingAnExistingNameReplacesValueAndTypeInPlace) {
     msg->setInt32("b", 2);
     msg->setInt32("c", 3);
     msg->setString("b", "two");
-    EXPECT_EQ((std::vector<std::string>{"a:0", "b:6", "c:0"}), entryList(msg));
+    EXPECT_EQ((Names{"a:0", "b:6", "c:0"}), entryList(msg));
     int32_t v;
     EXPECT_FALSE(msg->findInt32("b", &v));
-    AString s;
-    ASSERT_TRUE(msg->findString("b", &s));
-    EXPECT_STREQ("two", s.c_str());
+    EXPECT_EQ("two", stringAt(msg, "b"));
     msg->setInt64("b", 5);
-    EXPECT_EQ((std::vector<std::string>{"a:0", "b:1", "c:0"}), entryList(msg));
-    EXPECT_FALSE(msg->findString("b", &s));
-    EXPECT_EQ(3u, msg->countEntries());
-}
+    EXPECT_EQ((Names{"a:0", "b:1", "c:0"}), entryList(msg));
+    EXPECT_EQ("<absent>", stringAt(msg, "b"));
 
-TEST(AMessageTest, SetStringHonoursLengthAndNull) {
-    sp<AMessage> msg = new AMessage;
-    msg->setString("cut", "abcdef", 3);
-    msg->setString("all", "abcdef");
-    msg->setString("null", nullptr);
-    msg->setString("astr", AString("xyz"));
-    AString s;
-    ASSERT_TRUE(msg->findString("cut", &s));
-    EXPECT_STREQ("abc", s.c_str());
-    ASSERT_TRUE(msg->findString("all", &s));
-    EXPECT_STREQ("abcdef", s.c_str());
-    ASSERT_TRUE(msg->findString("null", &s));
-    EXPECT_STREQ("", s.c_str());
-    ASSERT_TRUE(msg->findString("astr", &s));
-    EXPECT_STREQ("xyz", s.c_str());
+    // extend() copies entries the same way.
+    sp<AMessage> other = new AMessage;
+    other->setString("b", "two");
+    other->setInt32("z", 3);
+    msg->extend(other);
+    EXPECT_EQ((Names{"a:0", "b:6", "c:0", "z:0"}), entryList(msg));
+    msg->extend(nullptr);
+    EXPECT_EQ(4u, msg->countEntries());
 }
 
 TEST(AMessageTest, WideningFinders) {
@@ -154,7 +135,6 @@ TEST(AMessageTest, WideningFinders) {
     msg->setFloat("f", 2.5f);
     msg->setDouble("d", 60.0);
     msg->setString("s", "1");
-
     struct Case {
         const char* name;
         bool asInt64;
@@ -173,44 +153,10 @@ TEST(AMessageTest, WideningFinders) {
         int64_t i = 0;
         float f = 0;
         EXPECT_EQ(c.asInt64, msg->findAsInt64(c.name, &i));
-        if (c.asInt64) {
-            EXPECT_EQ(c.int64Value, i);
-        }
+        EXPECT_EQ(c.asInt64 ? c.int64Value : 0, i);
         EXPECT_EQ(c.asFloat, msg->findAsFloat(c.name, &f));
-        if (c.asFloat) {
-            EXPECT_EQ(c.floatValue, f);
-        }
+        EXPECT_EQ(c.asFloat ? c.floatValue : 0, f);
     }
-}
-
-TEST(AMessageTest, DupCopiesValuesDeepCopiesMessagesAndSharesObjects) {
-    sp<AMessage> sub = new AMessage;
-    sub->setInt32("inner", 1);
-    sp<RefBase> obj = new Blob;
-    sp<AMessage> msg = new AMessage(kWhatCheckFps, nullptr);
-    msg->setInt32("x", 1);
-    msg->setMessage("sub", sub);
-    msg->setObject("obj", obj);
-
-    sp<AMessage> copy = msg->dup();
-    EXPECT_EQ(kWhatCheckFps, copy->what());
-    EXPECT_EQ(entryList(msg), entryList(copy));
-    copy->setInt32("x", 2);
-    int32_t x;
-    ASSERT_TRUE(msg->findInt32("x", &x));
-    EXPECT_EQ(1, x);
-
-    sp<AMessage> copiedSub;
-    ASSERT_TRUE(copy->findMessage("sub", &copiedSub));
-    EXPECT_NE(sub, copiedSub);
-    copiedSub->setInt32("inner", 2);
-    int32_t inner;
-    ASSERT_TRUE(sub->findInt32("inner", &inner));
-    EXPECT_EQ(1, inner);
-
-    sp<RefBase> copiedObj;
-    ASSERT_TRUE(copy->findObject("obj", &copiedObj));
-    EXPECT_EQ(obj, copiedObj);
 }
 
 TEST(AMessageTest, RemoveClearAndEntryAccessBounds) {
@@ -219,18 +165,16 @@ TEST(AMessageTest, RemoveClearAndEntryAccessBounds) {
     msg->setFloat("b", 2);
     msg->setString("c", "3");
     EXPECT_EQ(OK, msg->removeEntryByName("b"));
-    EXPECT_EQ((std::vector<std::string>{"a:0", "c:6"}), entryList(msg));
+    EXPECT_EQ((Names{"a:0", "c:6"}), entryList(msg));
     EXPECT_EQ(BAD_INDEX, msg->removeEntryByName("b"));
     EXPECT_EQ(OK, msg->removeEntryAt(0));
     EXPECT_EQ(BAD_INDEX, msg->removeEntryAt(1));
-    EXPECT_EQ((std::vector<std::string>{"c:6"}), entryList(msg));
+    EXPECT_EQ((Names{"c:6"}), entryList(msg));
     EXPECT_EQ(0, msg->findEntryByName("c"));
     EXPECT_EQ(-ENOENT, msg->findEntryByName("a"));
-
     AMessage::Type type = AMessage::kTypeDouble;
     EXPECT_EQ(nullptr, msg->getEntryNameAt(5, &type));
     EXPECT_EQ(AMessage::kTypeInt32, type);
-
     msg->setWhat(42);
     msg->clear();
     EXPECT_EQ(0u, msg->countEntries());
@@ -248,7 +192,17 @@ TEST(AMessageTest, ChangesFromListsNewAndChangedEntries) {
     beforeSub->setInt32("move", 1);
     before->setMessage("sub", beforeSub);
 
+    sp<RefBase> obj = new Blob;
+    before->setObject("obj", obj);
+    before->setWhat(kWhatCheckOpt);
+
+    // dup() copies values and what, deep-copies sub-messages and shares objects.
     sp<AMessage> after = before->dup();
+    sp<RefBase> sharedObj;
+    ASSERT_TRUE(after->findObject("obj", &sharedObj));
+    EXPECT_EQ(obj, sharedObj);
+    EXPECT_EQ(kWhatCheckOpt, after->what());
+    EXPECT_EQ(entryList(before), entryList(after));
     after->setInt32("changed", 2);
     after->setInt64("retyped", 1);
     after->setString("text", "b");
@@ -258,32 +212,17 @@ TEST(AMessageTest, ChangesFromListsNewAndChangedEntries) {
     afterSub->setInt32("move", 2);
 
     sp<AMessage> diff = after->changesFrom(before, true);
-    EXPECT_EQ((std::vector<std::string>{"changed:0", "retyped:1", "text:6", "sub:8", "added:0"}),
-              entryList(diff));
+    EXPECT_EQ((Names{"changed:0", "retyped:1", "text:6", "sub:8", "added:0"}), entryList(diff));
     sp<AMessage> subDiff;
     ASSERT_TRUE(diff->findMessage("sub", &subDiff));
-    EXPECT_EQ((std::vector<std::string>{"move:0"}), entryList(subDiff));
+    EXPECT_EQ((Names{"move:0"}), entryList(subDiff));
 
     // Shallow: sub-messages compare by identity, and the dup made a new one.
     sp<AMessage> shallow = after->changesFrom(before, false);
     sp<AMessage> whole;
     ASSERT_TRUE(shallow->findMessage("sub", &whole));
     EXPECT_EQ(afterSub, whole);
-
     EXPECT_EQ(0u, before->changesFrom(before, true)->countEntries());
-}
-
-TEST(AMessageTest, ExtendCopiesEntriesReplacingSameNames) {
-    sp<AMessage> a = new AMessage;
-    a->setInt32("x", 1);
-    a->setInt32("y", 2);
-    sp<AMessage> b = new AMessage;
-    b->setString("y", "two");
-    b->setInt32("z", 3);
-    a->extend(b);
-    EXPECT_EQ((std::vector<std::string>{"x:0", "y:6", "z:0"}), entryList(a));
-    a->extend(nullptr);
-    EXPECT_EQ(3u, a->countEntries());
 }
 
 TEST(AMessageTest, DebugStringShowsEveryEntry) {
@@ -295,6 +234,10 @@ TEST(AMessageTest, DebugStringShowsEveryEntry) {
     msg->setString("mime", "video/avc");
     msg->setFloat("rate", 1.5f);
     msg->setMessage("sub", sub);
+    msg->setSize("size", 7);
+    msg->setDouble("d", 0.25);
+    msg->setRect("crop", 0, 1, 639, 479);
+    msg->setMessage("none", nullptr);
     EXPECT_STREQ(
             "AMessage(what = 'cOpt') = {\n"
             "  int32_t width = 1920\n"
@@ -304,17 +247,12 @@ TEST(AMessageTest, DebugStringShowsEveryEntry) {
             "  AMessage sub = AMessage(what = 0x00000001) = {\n"
             "    int32_t n = 5\n"
             "  }\n"
+            "  size_t size = 7\n"
+            "  double d = 0.250000\n"
+            "  Rect crop(0, 1, 639, 479)\n"
+            "  AMessage none = NULL\n"
             "}",
             msg->debugString().c_str());
-}
-
-TEST(AMessageTest, PostWithoutALiveTargetFails) {
-    sp<AMessage> msg = new AMessage;
-    EXPECT_EQ(-ENOENT, msg->post());
-    EXPECT_EQ(-ENOENT, msg->post(1000));
-    sp<AMessage> response;
-    EXPECT_EQ(-ENOENT, msg->postAndAwaitResponse(&response));
-    EXPECT_EQ(BAD_VALUE, msg->postReply(nullptr));
 }
 
 }  // namespace

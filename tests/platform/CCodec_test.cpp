@@ -21,6 +21,7 @@ namespace android {
 namespace {
 
 using Names = std::vector<std::string>;
+enum { RELEASED = 0, ALLOCATED = 1, FLUSHED = 2, RUNNING = 3 };
 
 // Keeps what the codec hands to the channel with each finished work.
 class CapturingChannel : public CCodecBufferChannel {
@@ -53,6 +54,15 @@ sp<AMessage> allocateMessage(const char* name) {
     return msg;
 }
 
+std::list<std::unique_ptr<C2Work>> works(std::initializer_list<uint64_t> frameIndices) {
+    std::list<std::unique_ptr<C2Work>> out;
+    for (uint64_t i : frameIndices) {
+        out.push_back(std::make_unique<C2Work>());
+        out.back()->input.ordinal.frameIndex = c2_cntr64_t(i);
+    }
+    return out;
+}
+
 class CCodecTest : public testing::Test {
   protected:
     void SetUp() override {
@@ -68,7 +78,6 @@ class CCodecTest : public testing::Test {
         host::HostClock::useReal();
         host::HostEvents::clear();
     }
-
     void install(const sp<CCodec>& codec) {
         if (mCodec != nullptr) mLooper->unregisterHandler(mCodec->id());
         mCodec = codec;
@@ -77,8 +86,15 @@ class CCodecTest : public testing::Test {
         mClient = client.get();
         mCodec->setCallback(std::move(client));
     }
-
     Names clientNames() const { return mClient->namesForTesting(); }
+    // "name:value" of every recorded call, space-separated.
+    std::string calls() const {
+        std::string out;
+        for (const CCodec::Call& call : mCodec->callsForTesting()) {
+            out += (out.empty() ? "" : " ") + call.name + ":" + std::to_string(call.value);
+        }
+        return out;
+    }
 
     sp<ALooper> mLooper;
     sp<CCodec> mCodec;
@@ -86,7 +102,8 @@ class CCodecTest : public testing::Test {
 };
 
 TEST_F(CCodecTest, LifecycleMovesTheStateOnlyWhenTheLooperDispatches) {
-    enum { RELEASED = 0, ALLOCATED = 1, FLUSHED = 2, RUNNING = 3 };
+    std::shared_ptr<BufferChannelBase> channel = mCodec->getBufferChannel();
+    EXPECT_EQ(channel.get(), static_cast<BufferChannelBase*>(mCodec->channelForTesting().get()));
     EXPECT_EQ(mCodec->stateForTesting(), RELEASED);
 
     mCodec->initiateAllocateComponent(allocateMessage("c2.tavro.avc.decoder"));
@@ -122,24 +139,13 @@ TEST_F(CCodecTest, LifecycleMovesTheStateOnlyWhenTheLooperDispatches) {
               (Names{"onComponentAllocated", "onComponentConfigured", "onStartCompleted",
                      "onFlushCompleted", "onStopCompleted", "onReleaseCompleted"}));
     EXPECT_EQ(mClient->eventsForTesting()[0].field("componentName"), "c2.tavro.avc.decoder");
-
-    EXPECT_EQ(mCodec->callNamesForTesting(),
-              (Names{"initiateAllocateComponent", "onMessageReceived", "initiateConfigureComponent",
-                     "initiateStart", "onMessageReceived", "onMessageReceived", "signalFlush",
-                     "signalResume", "initiateShutdown", "onMessageReceived", "initiateShutdown",
-                     "onMessageReceived"}));
-    std::vector<CCodec::Call> calls = mCodec->callsForTesting();
-    const int64_t kWhat[] = {0, 1, 2, 4, 5};  // allocate, configure, start, stop, release
-    size_t next = 0;
-    for (const CCodec::Call& call : calls) {
-        if (call.name == "onMessageReceived") {
-            ASSERT_LT(next, 5u);
-            EXPECT_EQ(call.value, kWhat[next++]);
-        }
-    }
-    EXPECT_EQ(next, 5u);
-    EXPECT_EQ(calls[8].value, 1);   // initiateShutdown(true)
-    EXPECT_EQ(calls[10].value, 0);  // initiateShutdown(false)
+    // onMessageReceived carries the message's what: allocate 0, configure 1, start 2, stop 4,
+    // release 5; initiateShutdown whether the component stays allocated.
+    EXPECT_EQ(
+            calls(),
+            "initiateAllocateComponent:0 onMessageReceived:0 initiateConfigureComponent:0 "
+            "initiateStart:0 onMessageReceived:1 onMessageReceived:2 signalFlush:0 signalResume:0 "
+            "initiateShutdown:1 onMessageReceived:4 initiateShutdown:0 onMessageReceived:5");
 }
 
 TEST_F(CCodecTest, ConfigureKeepsACopyOfExactlyWhatItReceived) {
@@ -159,23 +165,19 @@ TEST_F(CCodecTest, ConfigureKeepsACopyOfExactlyWhatItReceived) {
     EXPECT_EQ(calls[0].name, "initiateConfigureComponent");
     ASSERT_NE(calls[0].msg, nullptr);
     EXPECT_NE(calls[0].msg, format);
-    ASSERT_EQ(calls[0].msg->countEntries(), 4u);
-    AString mime;
-    int32_t width = 0, height = 0;
-    float fps = 0;
-    EXPECT_TRUE(calls[0].msg->findString("mime", &mime));
-    EXPECT_STREQ(mime.c_str(), "video/hevc");
-    EXPECT_TRUE(calls[0].msg->findInt32("width", &width));
-    EXPECT_EQ(width, 1920);
-    EXPECT_TRUE(calls[0].msg->findInt32("height", &height));
-    EXPECT_EQ(height, 1080);
-    EXPECT_TRUE(calls[0].msg->findFloat("frame-rate", &fps));
-    EXPECT_EQ(fps, 29.97f);
+    EXPECT_STREQ(calls[0].msg->debugString().c_str(),
+                 "AMessage(what = 0x00000000) = {\n"
+                 "  string mime = \"video/hevc\"\n"
+                 "  int32_t width = 1920\n"
+                 "  int32_t height = 1080\n"
+                 "  float frame-rate = 29.969999\n"
+                 "}");
 
     // The handler's message carries the caller's format, as it stood at dispatch.
     EXPECT_EQ(calls[1].name, "onMessageReceived");
     EXPECT_EQ(calls[1].value, 1);
     sp<AMessage> posted;
+    int32_t width = 0;
     ASSERT_TRUE(calls[1].msg->findMessage("format", &posted));
     EXPECT_TRUE(posted->findInt32("width", &width));
     EXPECT_EQ(width, 640);
@@ -203,8 +205,10 @@ TEST_F(CCodecTest, ConfigureKeepsACopyOfExactlyWhatItReceived) {
 TEST_F(CCodecTest, MissingCodecInfoOrFormatIsReportedAsAnError) {
     mCodec->initiateAllocateComponent(new AMessage());
     mCodec->initiateConfigureComponent(nullptr);
+    mCodec->initiateAllocateComponent(nullptr);  // recorded, nothing posted
+    (new AMessage(99, mCodec))->post();          // an unknown what is ignored
     mLooper->runPendingForTesting();
-    EXPECT_EQ(mCodec->stateForTesting(), 0);
+    EXPECT_EQ(mCodec->stateForTesting(), RELEASED);
     std::vector<host::HostEvent> events = mClient->eventsForTesting();
     ASSERT_EQ(events.size(), 2u);
     EXPECT_EQ(events[0].name, "onError");
@@ -212,18 +216,20 @@ TEST_F(CCodecTest, MissingCodecInfoOrFormatIsReportedAsAnError) {
     EXPECT_EQ(events[0].field("actionCode"), "0");
     EXPECT_EQ(events[1].name, "onError");
     EXPECT_EQ(events[1].field("err"), std::to_string(BAD_VALUE));
+    EXPECT_EQ(
+            calls(),
+            "initiateAllocateComponent:0 initiateConfigureComponent:0 initiateAllocateComponent:0 "
+            "onMessageReceived:0 onMessageReceived:1 onMessageReceived:99");
 }
 
 TEST_F(CCodecTest, SynchronousCallsAreRecordedWithTheirArguments) {
     EXPECT_EQ(mCodec->setSurface(nullptr, 7), OK);
     mCodec->setSurfaceStatusForTesting(-EPIPE);
     EXPECT_EQ(mCodec->setSurface(nullptr, 8), -EPIPE);
-
     sp<AMessage> params = new AMessage();
     params->setFloat("operating-rate", 120.0f);
     mCodec->signalSetParameters(params);
     params->setFloat("operating-rate", 30.0f);
-
     mCodec->signalRequestIDRFrame();
     mCodec->signalEndOfInputStream();
     mCodec->initiateCreateInputSurface();
@@ -232,43 +238,32 @@ TEST_F(CCodecTest, SynchronousCallsAreRecordedWithTheirArguments) {
     mCodec->setupInputSurface(std::make_shared<InputSurfaceWrapper>());
     // None of them posts anything.
     EXPECT_EQ(mLooper->pendingCountForTesting(), 0u);
-
-    std::vector<CCodec::Call> calls = mCodec->callsForTesting();
-    Names names;
-    for (const CCodec::Call& call : calls) names.push_back(call.name);
-    EXPECT_EQ(names,
-              (Names{"setSurface", "setSurface", "signalSetParameters", "signalRequestIDRFrame",
-                     "signalEndOfInputStream", "initiateCreateInputSurface",
-                     "initiateSetInputSurface", "reportOverLoadInfo", "setupInputSurface"}));
-    EXPECT_EQ(calls[0].value, 7);
-    EXPECT_EQ(calls[1].value, 8);
+    EXPECT_EQ(calls(),
+              "setSurface:7 setSurface:8 signalSetParameters:0 signalRequestIDRFrame:0 "
+              "signalEndOfInputStream:0 initiateCreateInputSurface:0 initiateSetInputSurface:0 "
+              "reportOverLoadInfo:0 setupInputSurface:0");
     float rate = 0;
-    ASSERT_NE(calls[2].msg, nullptr);
-    EXPECT_TRUE(calls[2].msg->findFloat("operating-rate", &rate));
+    sp<AMessage> copy = mCodec->callsForTesting()[2].msg;
+    ASSERT_NE(copy, nullptr);
+    EXPECT_TRUE(copy->findFloat("operating-rate", &rate));
     EXPECT_EQ(rate, 120.0f);
     EXPECT_TRUE(clientNames().empty());
-}
 
-TEST_F(CCodecTest, FlushOutsideRunningKeepsTheState) {
-    mCodec->setStateForTesting(1);
+    // Flush outside RUNNING reports but keeps the state; resume outside FLUSHED does nothing.
+    mCodec->setStateForTesting(ALLOCATED);
     mCodec->signalFlush();
-    EXPECT_EQ(mCodec->stateForTesting(), 1);
+    EXPECT_EQ(mCodec->stateForTesting(), ALLOCATED);
     EXPECT_EQ(clientNames(), (Names{"onFlushCompleted"}));
     mCodec->signalResume();
-    EXPECT_EQ(mCodec->stateForTesting(), 1);
+    EXPECT_EQ(mCodec->stateForTesting(), ALLOCATED);
 }
 
 TEST_F(CCodecTest, OnWorkDoneHandsEachWorkToTheChannelWithTheOutputFormat) {
     sp<CapturingCodec> codec = new CapturingCodec();
     install(codec);
-
-    std::list<std::unique_ptr<C2Work>> works;
-    for (uint64_t i : {10u, 11u}) {
-        works.push_back(std::make_unique<C2Work>());
-        works.back()->input.ordinal.frameIndex = c2_cntr64_t(i);
-    }
-    codec->onWorkDone(works);
-    EXPECT_TRUE(works.empty());
+    std::list<std::unique_ptr<C2Work>> done = works({10, 11});
+    codec->onWorkDone(done);
+    EXPECT_TRUE(done.empty());
     ASSERT_EQ(codec->mCapturing->formats.size(), 2u);
     // Before configure the output format is an empty message.
     ASSERT_NE(codec->mCapturing->formats[0], nullptr);
@@ -281,10 +276,8 @@ TEST_F(CCodecTest, OnWorkDoneHandsEachWorkToTheChannelWithTheOutputFormat) {
     format->setInt32("width", 720);
     codec->initiateConfigureComponent(format);
     mLooper->runPendingForTesting();
-
-    works.push_back(std::make_unique<C2Work>());
-    works.back()->input.ordinal.frameIndex = c2_cntr64_t(12);
-    codec->onWorkDone(works);
+    done = works({12});
+    codec->onWorkDone(done);
     ASSERT_EQ(codec->mCapturing->formats.size(), 3u);
     sp<AMessage> output = codec->mCapturing->formats[2];
     ASSERT_NE(output, nullptr);
@@ -294,19 +287,8 @@ TEST_F(CCodecTest, OnWorkDoneHandsEachWorkToTheChannelWithTheOutputFormat) {
     EXPECT_TRUE(output->findInt32("width", &width));
     EXPECT_EQ(width, 720);
     EXPECT_EQ(codec->mCapturing->countersForTesting().worksDone, 3u);
-
-    std::vector<CCodec::Call> calls = codec->callsForTesting();
-    ASSERT_GE(calls.size(), 1u);
-    EXPECT_EQ(calls[0].name, "onWorkDone");
-    EXPECT_EQ(calls[0].value, 2);
-    EXPECT_EQ(calls.back().name, "onWorkDone");
-    EXPECT_EQ(calls.back().value, 1);
-}
-
-TEST_F(CCodecTest, DefaultChannelIsThePlatformChannel) {
-    std::shared_ptr<BufferChannelBase> channel = mCodec->getBufferChannel();
-    ASSERT_NE(channel, nullptr);
-    EXPECT_EQ(channel.get(), static_cast<BufferChannelBase*>(mCodec->channelForTesting().get()));
+    EXPECT_EQ(calls(),
+              "onWorkDone:2 initiateConfigureComponent:0 onMessageReceived:1 onWorkDone:1");
 }
 
 class CCodecThreadTest : public CCodecTest {};
@@ -316,7 +298,7 @@ class CCodecThreadTest : public CCodecTest {};
 TEST_F(CCodecThreadTest, StartOnOneThreadWhileAnotherReadsTheState) {
     mCodec->initiateAllocateComponent(allocateMessage("c2.tavro.hevc.decoder"));
     mLooper->runPendingForTesting();
-    ASSERT_EQ(mCodec->stateForTesting(), 1);
+    ASSERT_EQ(mCodec->stateForTesting(), ALLOCATED);
 
     std::atomic<bool> started{false};
     std::thread starter([&] {
@@ -328,7 +310,7 @@ TEST_F(CCodecThreadTest, StartOnOneThreadWhileAnotherReadsTheState) {
     std::thread reader([&] {
         for (int i = 0; i < 2000; ++i) {
             seen.push_back(mCodec->stateForTesting());
-            if (started.load() && seen.back() == 3) break;
+            if (started.load() && seen.back() == RUNNING) break;
         }
     });
     std::thread recorder([&] {
@@ -343,12 +325,12 @@ TEST_F(CCodecThreadTest, StartOnOneThreadWhileAnotherReadsTheState) {
 
     ASSERT_FALSE(seen.empty());
     for (size_t i = 0; i < seen.size(); ++i) {
-        EXPECT_TRUE(seen[i] == 1 || seen[i] == 3) << "state " << seen[i];
+        EXPECT_TRUE(seen[i] == ALLOCATED || seen[i] == RUNNING) << "state " << seen[i];
         if (i > 0) {
             EXPECT_GE(seen[i], seen[i - 1]);
         }
     }
-    EXPECT_EQ(mCodec->stateForTesting(), 3);
+    EXPECT_EQ(mCodec->stateForTesting(), RUNNING);
     size_t idr = 0;
     for (const std::string& name : mCodec->callNamesForTesting())
         idr += name == "signalRequestIDRFrame";

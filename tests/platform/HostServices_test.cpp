@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -58,6 +57,20 @@ TEST_F(PropertiesTest, PropertyGetValueDefaultAndLength) {
     EXPECT_EQ(0, property_set("debug.fits", std::string(91, 'a').c_str()));
     EXPECT_EQ(91, property_get("debug.fits", value, ""));
     EXPECT_EQ(-1, property_set("", "x"));
+
+    // The serial moves on every change only, not on reads.
+    uint32_t s0 = __system_property_area_serial();
+    property_get("x", value, "");
+    property_get_int32("x", 0);
+    EXPECT_EQ(s0, __system_property_area_serial());
+    HostProperties::set("x", "1");
+    uint32_t s1 = __system_property_area_serial();
+    EXPECT_NE(s0, s1);
+    property_set("x", "2");
+    uint32_t s2 = __system_property_area_serial();
+    EXPECT_NE(s1, s2);
+    HostProperties::erase("x");
+    EXPECT_NE(s2, __system_property_area_serial());
 }
 
 TEST_F(PropertiesTest, IntegerAndBooleanParsing) {
@@ -122,22 +135,6 @@ TEST_F(PropertiesTest, LoadingFilesReportsTheFailingLine) {
     unlink(path);
     EXPECT_FALSE(HostProperties::loadFile(path, &error));
     EXPECT_EQ(std::string(path) + ": cannot open: No such file or directory", error);
-}
-
-TEST_F(PropertiesTest, SerialMovesOnEveryChangeOnly) {
-    uint32_t s0 = __system_property_area_serial();
-    char value[PROPERTY_VALUE_MAX];
-    property_get("x", value, "");
-    property_get_int32("x", 0);
-    EXPECT_EQ(s0, __system_property_area_serial());
-    HostProperties::set("x", "1");
-    uint32_t s1 = __system_property_area_serial();
-    EXPECT_NE(s0, s1);
-    property_set("x", "2");
-    uint32_t s2 = __system_property_area_serial();
-    EXPECT_NE(s1, s2);
-    HostProperties::erase("x");
-    EXPECT_NE(s2, __system_property_area_serial());
 }
 
 class LogSinkTest : public testing::Test {

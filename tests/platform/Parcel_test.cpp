@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace android {
@@ -91,19 +92,13 @@ TEST(ParcelTest, RoundTripOfMixedFields) {
     std::vector<int32_t> ints;
     std::vector<std::string> strings;
     std::string text;
-    ASSERT_EQ(OK, p.readBool(&b));
-    ASSERT_EQ(OK, p.readInt32(&i32));
-    ASSERT_EQ(OK, p.readUint32(&u32));
-    ASSERT_EQ(OK, p.readInt64(&i64));
-    ASSERT_EQ(OK, p.readDouble(&d));
-    ASSERT_EQ(OK, p.readInt32Vector(&ints));
-    ASSERT_EQ(OK, p.readUtf8VectorFromUtf16Vector(&strings));
-    ASSERT_EQ(OK, p.readUtf8FromUtf16(&text));
-    EXPECT_TRUE(b);
-    EXPECT_EQ(INT32_MIN, i32);
-    EXPECT_EQ(UINT32_MAX, u32);
-    EXPECT_EQ(-5, i64);
-    EXPECT_EQ(0.1, d);
+    ASSERT_EQ(std::vector<status_t>(8, OK),
+              (std::vector<status_t>{p.readBool(&b), p.readInt32(&i32), p.readUint32(&u32),
+                                     p.readInt64(&i64), p.readDouble(&d), p.readInt32Vector(&ints),
+                                     p.readUtf8VectorFromUtf16Vector(&strings),
+                                     p.readUtf8FromUtf16(&text)}));
+    EXPECT_EQ(std::make_tuple(true, INT32_MIN, UINT32_MAX, int64_t{-5}, 0.1),
+              std::make_tuple(b, i32, u32, i64, d));
     EXPECT_EQ((std::vector<int32_t>{3, 1, 4}), ints);
     EXPECT_EQ((std::vector<std::string>{"com.tavro.player", "h\xc3\xa9", ""}), strings);
     EXPECT_EQ("\xe4\xb8\xad\xf0\x9f\x98\x80", text);

@@ -124,7 +124,8 @@ TEST(RefBaseTest, WeakPointerPromotesOnlyWhileTheObjectLives) {
     EXPECT_TRUE(weak == nullptr);
 }
 
-TEST(RefBaseTest, PromotingANeverStrongObjectMakesTheFirstReference) {
+TEST(RefBaseTest, NeverStrongObjects) {
+    // Promotion makes the first strong reference; dropping it destroys the object.
     Events events;
     Tracked* raw = new Tracked(&events);
     wp<Tracked> weak = raw;
@@ -136,20 +137,16 @@ TEST(RefBaseTest, PromotingANeverStrongObjectMakesTheFirstReference) {
     promoted.clear();
     EXPECT_EQ(1, events.destroyed.load());
     EXPECT_EQ(nullptr, weak.promote().get());
-}
 
-TEST(RefBaseTest, NeverStrongObjectCanBeDeletedEvenWithWeakReferences) {
-    Events events;
-    Tracked* plain = new Tracked(&events);
-    delete plain;
-    EXPECT_EQ(1, events.destroyed.load());
-    EXPECT_EQ(0, events.firstRef.load());
-
-    Tracked* watched = new Tracked(&events);
-    wp<Tracked> weak = watched;
-    delete watched;
+    // Deleting one directly is allowed, even while weak references exist.
+    delete new Tracked(&events);
     EXPECT_EQ(2, events.destroyed.load());
-    EXPECT_EQ(nullptr, weak.promote().get());
+    Tracked* watched = new Tracked(&events);
+    wp<Tracked> watcher = watched;
+    delete watched;
+    EXPECT_EQ(3, events.destroyed.load());
+    EXPECT_EQ(1, events.firstRef.load());
+    EXPECT_EQ(nullptr, watcher.promote().get());
 }
 
 TEST(RefBaseTest, CreateWeakAndAttemptIncStrongByHand) {
@@ -170,8 +167,6 @@ class Light : public LightRefBase<Light> {
   public:
     explicit Light(int* destroyed) : mDestroyed(destroyed) {}
     ~Light() { ++*mDestroyed; }
-
-  private:
     int* mDestroyed;
 };
 

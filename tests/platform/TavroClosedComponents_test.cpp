@@ -21,8 +21,19 @@
 namespace android {
 namespace {
 
-using Fields = std::vector<std::pair<std::string, std::string>>;
 using Bytes = std::vector<uint8_t>;
+using Texts = std::vector<std::string>;
+
+// "kind/name(key=value;...)" for each event.
+Texts texts(const std::vector<host::HostEvent>& events) {
+    Texts out;
+    for (const host::HostEvent& e : events) {
+        std::string text = e.kind + "/" + e.name + "(";
+        for (const auto& [key, value] : e.fields) text += key + "=" + value + ";";
+        out.push_back(text + ")");
+    }
+    return out;
+}
 
 class ClosedComponentsTest : public testing::Test {
   protected:
@@ -33,136 +44,106 @@ class ClosedComponentsTest : public testing::Test {
         TavroVideoBoost::setStatusForTesting(OK);
     }
     void TearDown() override { SetUp(); }
+    sp<TavroAnalysisFPS> mAnalysis = new TavroAnalysisFPS();
 };
 
 TEST_F(ClosedComponentsTest, AnalysisCountsPerFrameCallsWithoutEvents) {
-    sp<TavroAnalysisFPS> analysis = new TavroAnalysisFPS();
     sp<MediaCodecBuffer> buffer = new MediaCodecBuffer(nullptr, new ABuffer(4));
-    analysis->statsBufferSize(100);
-    analysis->statsBufferSize(28);
-    analysis->inputBuffer(buffer);
-    analysis->inputBuffer(nullptr);
-    analysis->renderBuffer(1000);
-    analysis->discardBuffer();
-    analysis->outputBuffer();
-    analysis->outputBuffer();
-    analysis->outputBuffer();
-    (void)analysis->scanTypeExtractor(new ABuffer(4));
-
-    TavroAnalysisFPS::Counters c = analysis->countersForTesting();
-    EXPECT_EQ(c.bufferBytes, 128);
-    EXPECT_EQ(c.inputBuffers, 2);
-    EXPECT_EQ(c.renderedBuffers, 1);
-    EXPECT_EQ(c.discardedBuffers, 1);
-    EXPECT_EQ(c.outputBuffers, 3);
-    EXPECT_EQ(c.scanProbes, 1);
-    EXPECT_EQ(analysis->getInputBufCntTotal(), 2);
-    EXPECT_EQ(analysis->getOutputBufCntTotal(), 3);
+    mAnalysis->statsBufferSize(100);
+    mAnalysis->statsBufferSize(28);
+    mAnalysis->inputBuffer(buffer);
+    mAnalysis->inputBuffer(nullptr);
+    mAnalysis->renderBuffer(1000);
+    mAnalysis->discardBuffer();
+    for (int i = 0; i < 3; ++i) mAnalysis->outputBuffer();
+    (void)mAnalysis->scanTypeExtractor(new ABuffer(4));
+    TavroAnalysisFPS::Counters c = mAnalysis->countersForTesting();
+    EXPECT_EQ(std::vector<int64_t>({c.bufferBytes, c.inputBuffers, c.renderedBuffers,
+                                    c.discardedBuffers, c.outputBuffers, c.scanProbes}),
+              std::vector<int64_t>({128, 2, 1, 1, 3, 1}));
+    EXPECT_EQ(mAnalysis->getInputBufCntTotal(), 2);
+    EXPECT_EQ(mAnalysis->getOutputBufCntTotal(), 3);
     EXPECT_TRUE(host::HostEvents::all().empty());
 }
 
 TEST_F(ClosedComponentsTest, AnalysisRecordsEveryOtherCallWithItsArguments) {
-    sp<TavroAnalysisFPS> analysis = new TavroAnalysisFPS();
+    sp<TavroAnalysisFPS> a = mAnalysis;
     sp<AMessage> format = new AMessage();
     format->setString("mime", "video/avc");
+    sp<AMessage> params = new AMessage();
+    params->setInt64("first-input-time", 1000000000123);
+    params->setInt32("feedback-id", -7);
+    params->setFloat("frame-rate", 59.94f);
+    params->setString("mime", "video/hevc");
+    sp<AMessage> sub = new AMessage();
+    sub->setInt32("a", 1);
+    params->setMessage("nested", sub);
     struct Case {
-        const char* name;
         std::function<void()> call;
-        Fields fields;
+        const char* text;
     };
     const Case kCases[] = {
-            {"reportFirstFrameTime",
-             [&] { analysis->reportFirstFrameTime(123456789); },
-             {{"timeNs", "123456789"}}},
-            {"setDataCorruptState",
-             [&] { analysis->setDataCorruptState(String8("START")); },
-             {{"state", "START"}}},
-            {"setVppStutter",
-             [&] { analysis->setVppStutter(String8("stutter:3")); },
-             {{"info", "stutter:3"}}},
-            {"setInputMetEos", [&] { analysis->setInputMetEos(true); }, {{"eos", "1"}}},
-            {"setHdrType", [&] { analysis->setHdrType(4); }, {{"type", "4"}}},
-            {"setPlayingStatus", [&] { analysis->setPlayingStatus(); }, {}},
-            {"setupVideoStutter",
-             [&] { analysis->setupVideoStutter(AString("c2.tavro.avc.decoder"), format); },
-             {{"component", "c2.tavro.avc.decoder"}, {"format", "{mime=video/avc}"}}},
-            {"reportOverLoadInfo", [&] { analysis->reportOverLoadInfo(); }, {}},
-            {"sendFPSInfo", [&] { analysis->sendFPSInfo(); }, {}},
-            {"resetFPS", [&] { analysis->resetFPS(); }, {}},
-            {"signalNewPlay", [&] { analysis->signalNewPlay(); }, {}},
-            {"signalFlush", [&] { analysis->signalFlush(); }, {}},
-            {"checkScanType", [&] { analysis->checkScanType(); }, {}},
+            {[&] { a->reportFirstFrameTime(123456789); },
+             "reportFirstFrameTime(timeNs=123456789;)"},
+            {[&] { a->setDataCorruptState(String8("START")); },
+             "setDataCorruptState(state=START;)"},
+            {[&] { a->setVppStutter(String8("stutter:3")); }, "setVppStutter(info=stutter:3;)"},
+            {[&] { a->setInputMetEos(true); }, "setInputMetEos(eos=1;)"},
+            {[&] { a->setHdrType(4); }, "setHdrType(type=4;)"},
+            {[&] { a->setPlayingStatus(); }, "setPlayingStatus()"},
+            {[&] { a->setupVideoStutter(AString("c2.tavro.avc.decoder"), format); },
+             "setupVideoStutter(component=c2.tavro.avc.decoder;format={mime=video/avc};)"},
+            {[&] { a->reportOverLoadInfo(); }, "reportOverLoadInfo()"},
+            {[&] { a->sendFPSInfo(); }, "sendFPSInfo()"},
+            {[&] { a->resetFPS(); }, "resetFPS()"},
+            {[&] { a->signalNewPlay(); }, "signalNewPlay()"},
+            {[&] { a->signalFlush(); }, "signalFlush()"},
+            {[&] { a->checkScanType(); }, "checkScanType()"},
+            {[&] { EXPECT_EQ(a->updateParameters(params), OK); },
+             "updateParameters(first-input-time=1000000000123;feedback-id=-7;frame-rate=59.94;"
+             "mime=video/hevc;nested={a=1};)"},
+            {[&] { EXPECT_EQ(a->updateParameters(nullptr), BAD_VALUE); }, nullptr},
     };
     for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.text ? c.text : "nothing");
         host::HostEvents::clear();
         c.call();
         std::vector<host::HostEvent> events = host::HostEvents::all();
-        ASSERT_EQ(events.size(), 1u);
-        EXPECT_EQ(events[0].kind, "analysis");
-        EXPECT_EQ(events[0].name, c.name);
-        EXPECT_EQ(events[0].source, analysis.get());
-        EXPECT_EQ(events[0].fields, c.fields);
+        EXPECT_EQ(texts(events), c.text ? Texts{std::string("analysis/") + c.text} : Texts{});
+        for (const host::HostEvent& e : events) EXPECT_EQ(e.source, a.get());
     }
 }
 
-TEST_F(ClosedComponentsTest, AnalysisUpdateParametersListsEachEntry) {
-    sp<TavroAnalysisFPS> analysis = new TavroAnalysisFPS();
-    sp<AMessage> msg = new AMessage();
-    msg->setInt64("first-input-time", 1000000000123);
-    msg->setInt32("feedback-id", -7);
-    msg->setFloat("frame-rate", 59.94f);
-    msg->setString("mime", "video/hevc");
-    sp<AMessage> sub = new AMessage();
-    sub->setInt32("a", 1);
-    msg->setMessage("nested", sub);
-    EXPECT_EQ(analysis->updateParameters(msg), OK);
-    EXPECT_EQ(analysis->updateParameters(nullptr), BAD_VALUE);
-
-    std::vector<host::HostEvent> events = host::HostEvents::named("analysis", "updateParameters");
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].fields, (Fields{{"first-input-time", "1000000000123"},
-                                        {"feedback-id", "-7"},
-                                        {"frame-rate", "59.94"},
-                                        {"mime", "video/hevc"},
-                                        {"nested", "{a=1}"}}));
-}
-
 TEST_F(ClosedComponentsTest, AnalysisAnswersWhatTheTestSets) {
-    sp<TavroAnalysisFPS> analysis = new TavroAnalysisFPS();
-    EXPECT_EQ(analysis->getVideoScanType(), 0);
-    EXPECT_EQ(analysis->getNeedCheckScanType(), 0);
-    EXPECT_EQ(analysis->getTotalFpsUseCnt(), 0);
-    analysis->setVideoScanTypeForTesting(2);
-    analysis->setNeedCheckScanTypeForTesting(1);
-    analysis->setTotalFpsUseCntForTesting(4321);
-    EXPECT_EQ(analysis->getVideoScanType(), 2);
-    EXPECT_EQ(analysis->getNeedCheckScanType(), 1);
-    EXPECT_EQ(analysis->getTotalFpsUseCnt(), 4321);
+    EXPECT_EQ(mAnalysis->getVideoScanType(), 0);
+    EXPECT_EQ(mAnalysis->getNeedCheckScanType(), 0);
+    EXPECT_EQ(mAnalysis->getTotalFpsUseCnt(), 0);
+    mAnalysis->setVideoScanTypeForTesting(2);
+    mAnalysis->setNeedCheckScanTypeForTesting(1);
+    mAnalysis->setTotalFpsUseCntForTesting(4321);
+    EXPECT_EQ(mAnalysis->getVideoScanType(), 2);
+    EXPECT_EQ(mAnalysis->getNeedCheckScanType(), 1);
+    EXPECT_EQ(mAnalysis->getTotalFpsUseCnt(), 4321);
 
     // The probe settles from the n-th call on; 0 never settles.
     sp<ABuffer> bytes = new ABuffer(8);
-    for (int i = 0; i < 5; ++i) EXPECT_FALSE(analysis->scanTypeExtractor(bytes)) << i;
     sp<TavroAnalysisFPS> settling = new TavroAnalysisFPS();
     settling->setScanTypeSettlesAfterForTesting(3);
-    std::vector<bool> answers;
-    for (int i = 0; i < 5; ++i) answers.push_back(settling->scanTypeExtractor(bytes));
-    EXPECT_EQ(answers, (std::vector<bool>{false, false, true, true, true}));
+    std::vector<bool> never, settled;
+    for (int i = 0; i < 5; ++i) never.push_back(mAnalysis->scanTypeExtractor(bytes));
+    for (int i = 0; i < 5; ++i) settled.push_back(settling->scanTypeExtractor(bytes));
+    EXPECT_EQ(never, std::vector<bool>(5, false));
+    EXPECT_EQ(settled, (std::vector<bool>{false, false, true, true, true}));
     EXPECT_EQ(settling->countersForTesting().scanProbes, 5);
-}
 
-TEST_F(ClosedComponentsTest, LastCreatedAnalysisIsTheNewestLiveOne) {
-    sp<TavroAnalysisFPS> first = new TavroAnalysisFPS();
-    EXPECT_EQ(TavroAnalysisFPS::lastCreatedForTesting(), first);
-    sp<TavroAnalysisFPS> second = new TavroAnalysisFPS();
-    EXPECT_EQ(TavroAnalysisFPS::lastCreatedForTesting(), second);
-    second.clear();
-    // Held weakly: a destroyed object is not kept alive, and the older one is not brought back.
+    // The newest live object is the last created; held weakly, a destroyed one is not kept alive
+    // and the older one is not brought back.
+    EXPECT_EQ(TavroAnalysisFPS::lastCreatedForTesting(), settling);
+    settling.clear();
     EXPECT_EQ(TavroAnalysisFPS::lastCreatedForTesting(), nullptr);
-    EXPECT_NE(first, nullptr);
 }
 
-TEST_F(ClosedComponentsTest, FeedbackCallsAreEvents) {
+TEST_F(ClosedComponentsTest, FeedbackPeltoAndStatsCallsAreEvents) {
     sp<AMessage> format = new AMessage();
     format->setString("mime", "video/avc");
     format->setInt32("width", 1280);
@@ -173,100 +154,63 @@ TEST_F(ClosedComponentsTest, FeedbackCallsAreEvents) {
     TavroFeedbackInfo::sendFeedbackInfo(77);
     TavroFeedbackInfo::deleteFeedbackId(77);
 
-    std::vector<host::HostEvent> events = host::HostEvents::ofKind("feedback");
-    ASSERT_EQ(events.size(), 5u);
-    EXPECT_EQ(events[0].name, "pushFeedbackInfoAtCodec");
-    EXPECT_EQ(events[0].fields, (Fields{{"id", "77"},
-                                        {"isVideo", "1"},
-                                        {"isEncoder", "0"},
-                                        {"componentName", "c2.tavro.avc.decoder"},
-                                        {"format", "{mime=video/avc, width=1280}"}}));
-    EXPECT_EQ(events[1].name, "pushFeedbackInfo");
-    EXPECT_EQ(events[1].fields,
-              (Fields{{"id", "77"}, {"key", "timeUsage"}, {"value", "12"}, {"flag", "1"}}));
-    EXPECT_EQ(events[2].name, "sendFeedbackHdrPlaybackInfo");
-    EXPECT_EQ(events[2].fields, (Fields{{"id", "77"}, {"eventId", "21004"}, {"hdrType", "5"}}));
-    EXPECT_EQ(events[3].name, "sendFeedbackInfo");
-    EXPECT_EQ(events[3].fields, (Fields{{"id", "77"}}));
-    EXPECT_EQ(events[4].name, "deleteFeedbackId");
-    EXPECT_EQ(events[4].fields, (Fields{{"id", "77"}}));
-}
-
-TEST_F(ClosedComponentsTest, PeltoIsOneInstanceRecordingEachCall) {
     PeltoEventUploadUtils* pelto = PeltoEventUploadUtils::getInstance();
     ASSERT_NE(pelto, nullptr);
     EXPECT_EQ(PeltoEventUploadUtils::getInstance(), pelto);
     pelto->updateTopActivity(500);
     pelto->setEvent(String8("pelto_event_video_wechat_sr"), String8("on"));
-    std::vector<host::HostEvent> events = host::HostEvents::ofKind("pelto");
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0].name, "updateTopActivity");
-    EXPECT_EQ(events[0].fields, (Fields{{"intervalMs", "500"}}));
-    EXPECT_EQ(events[1].name, "setEvent");
-    EXPECT_EQ(events[1].fields, (Fields{{"name", "pelto_event_video_wechat_sr"}, {"value", "on"}}));
-    EXPECT_EQ(events[1].source, pelto);
-}
 
-TEST_F(ClosedComponentsTest, StatsWriteRecordsEveryField) {
     EXPECT_EQ(TavroFramework::stats_write(100168, "5123", 10057, "c2.tavro.avc.encoder", -5), 0);
     EXPECT_EQ(TavroFramework::stats_write(1, nullptr, -1, nullptr, 0), 0);
-    std::vector<host::HostEvent> events = host::HostEvents::named("stat", "stats_write");
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0].fields, (Fields{{"atomId", "100168"},
-                                        {"timeMs", "5123"},
-                                        {"uid", "10057"},
-                                        {"componentName", "c2.tavro.avc.encoder"},
-                                        {"err", "-5"}}));
-    EXPECT_EQ(events[1].fields, (Fields{{"atomId", "1"},
-                                        {"timeMs", ""},
-                                        {"uid", "-1"},
-                                        {"componentName", ""},
-                                        {"err", "0"}}));
+
+    std::vector<host::HostEvent> events = host::HostEvents::all();
+    EXPECT_EQ(texts(events),
+              (Texts{"feedback/pushFeedbackInfoAtCodec(id=77;isVideo=1;isEncoder=0;"
+                     "componentName=c2.tavro.avc.decoder;format={mime=video/avc, width=1280};)",
+                     "feedback/pushFeedbackInfo(id=77;key=timeUsage;value=12;flag=1;)",
+                     "feedback/sendFeedbackHdrPlaybackInfo(id=77;eventId=21004;hdrType=5;)",
+                     "feedback/sendFeedbackInfo(id=77;)", "feedback/deleteFeedbackId(id=77;)",
+                     "pelto/updateTopActivity(intervalMs=500;)",
+                     "pelto/setEvent(name=pelto_event_video_wechat_sr;value=on;)",
+                     "stat/stats_write(atomId=100168;timeMs=5123;uid=10057;"
+                     "componentName=c2.tavro.avc.encoder;err=-5;)",
+                     "stat/stats_write(atomId=1;timeMs=;uid=-1;componentName=;err=0;)"}));
+    ASSERT_EQ(events.size(), 9u);
+    EXPECT_EQ(events[6].source, pelto);
 }
 
 // A parcelable small enough to spell its bytes out.
 class TinyParcelable : public Parcelable {
   public:
-    int32_t value = 0;
-    bool flag = false;
-    bool failWrite = false;
+    TinyParcelable(int32_t v, bool f, bool fail = false) : value(v), flag(f), failWrite(fail) {}
+    int32_t value;
+    bool flag, failWrite;
     status_t writeToParcel(Parcel* parcel) const override {
         if (failWrite) return NO_MEMORY;
         status_t err = parcel->writeInt32(value);
-        if (err != OK) return err;
-        return parcel->writeBool(flag);
+        return err != OK ? err : parcel->writeBool(flag);
     }
     status_t readFromParcel(const Parcel* parcel) override {
         status_t err = parcel->readInt32(&value);
-        if (err != OK) return err;
-        return parcel->readBool(&flag);
+        return err != OK ? err : parcel->readBool(&flag);
     }
 };
 
-TEST_F(ClosedComponentsTest, VideoBoostIsOneInstanceUnlessTheServiceIsMissing) {
+TEST_F(ClosedComponentsTest, VideoBoostKeepsTheParcelOfEachRequest) {
+    // One instance, unless the service is missing.
     sp<TavroVideoBoost> boost = TavroVideoBoost::getInstance();
     ASSERT_NE(boost, nullptr);
-    EXPECT_EQ(TavroVideoBoost::getInstance(), boost);
     TavroVideoBoost::setAvailableForTesting(false);
     EXPECT_EQ(TavroVideoBoost::getInstance(), nullptr);
     TavroVideoBoost::setAvailableForTesting(true);
     EXPECT_EQ(TavroVideoBoost::getInstance(), boost);
-}
 
-TEST_F(ClosedComponentsTest, VideoBoostKeepsTheParcelOfEachRequest) {
-    sp<TavroVideoBoost> boost = TavroVideoBoost::getInstance();
-    TinyParcelable params;
-    params.value = 0x01020304;
-    params.flag = true;
-    EXPECT_EQ(boost->boost(params), OK);
-    TinyParcelable task;
-    task.value = -2;
-    EXPECT_EQ(boost->boostTask(task), OK);
+    EXPECT_EQ(boost->boost(TinyParcelable(0x01020304, true)), OK);
+    EXPECT_EQ(boost->boostTask(TinyParcelable(-2, false)), OK);
     TavroVideoBoost::setStatusForTesting(-EBUSY);
     EXPECT_EQ(boost->unboost(0x30), -EBUSY);
-    TinyParcelable broken;
-    broken.failWrite = true;
-    EXPECT_EQ(boost->boost(broken), NO_MEMORY);  // nothing reaches the service
+    // A parcel that cannot be written never reaches the service.
+    EXPECT_EQ(boost->boost(TinyParcelable(0, false, true)), NO_MEMORY);
 
     std::vector<TavroVideoBoost::Request> requests = TavroVideoBoost::requestsForTesting();
     ASSERT_EQ(requests.size(), 3u);
@@ -281,23 +225,17 @@ TEST_F(ClosedComponentsTest, VideoBoostKeepsTheParcelOfEachRequest) {
     // The recorded parcel reads back as what was sent.
     Parcel parcel;
     ASSERT_EQ(parcel.setData(requests[0].parcel.data(), requests[0].parcel.size()), OK);
-    TinyParcelable decoded;
+    TinyParcelable decoded(0, false);
     ASSERT_EQ(decoded.readFromParcel(&parcel), OK);
     EXPECT_EQ(decoded.value, 0x01020304);
     EXPECT_TRUE(decoded.flag);
 
     std::vector<host::HostEvent> events = host::HostEvents::all();
+    EXPECT_EQ(texts(events), (Texts{"boost/boost(parcel=0403020101000000;)",
+                                    "task_boost/boostTask(parcel=feffffff00000000;)",
+                                    "unboost/unboost(flags=0x30;)"}));
     ASSERT_EQ(events.size(), 3u);
-    EXPECT_EQ(events[0].kind, "boost");
-    EXPECT_EQ(events[0].name, "boost");
-    EXPECT_EQ(events[0].fields, (Fields{{"parcel", "0403020101000000"}}));
-    EXPECT_EQ(events[1].kind, "task_boost");
-    EXPECT_EQ(events[1].name, "boostTask");
-    EXPECT_EQ(events[1].fields, (Fields{{"parcel", "feffffff00000000"}}));
-    EXPECT_EQ(events[2].kind, "unboost");
-    EXPECT_EQ(events[2].fields, (Fields{{"flags", "0x30"}}));
     EXPECT_EQ(events[2].source, boost.get());
-
     TavroVideoBoost::clearRequestsForTesting();
     EXPECT_TRUE(TavroVideoBoost::requestsForTesting().empty());
 }
@@ -305,15 +243,14 @@ TEST_F(ClosedComponentsTest, VideoBoostKeepsTheParcelOfEachRequest) {
 class ClosedComponentsThreadTest : public ClosedComponentsTest {};
 
 TEST_F(ClosedComponentsThreadTest, AnalysisAndBoostTakeCallsFromManyThreads) {
-    sp<TavroAnalysisFPS> analysis = new TavroAnalysisFPS();
     constexpr int kFrames = 1000;
     std::vector<std::thread> threads;
     for (int t = 0; t < 3; ++t) {
-        threads.emplace_back([&analysis] {
+        threads.emplace_back([this] {
             for (int i = 0; i < kFrames; ++i) {
-                analysis->inputBuffer(nullptr);
-                analysis->outputBuffer();
-                analysis->statsBufferSize(2);
+                mAnalysis->inputBuffer(nullptr);
+                mAnalysis->outputBuffer();
+                mAnalysis->statsBufferSize(2);
             }
         });
     }
@@ -329,9 +266,9 @@ TEST_F(ClosedComponentsThreadTest, AnalysisAndBoostTakeCallsFromManyThreads) {
         for (int i = 0; i < 50; ++i) sp<TavroAnalysisFPS> other = new TavroAnalysisFPS();
     });
     for (std::thread& th : threads) th.join();
-    EXPECT_EQ(analysis->getInputBufCntTotal(), 3 * kFrames);
-    EXPECT_EQ(analysis->getOutputBufCntTotal(), 3 * kFrames);
-    EXPECT_EQ(analysis->countersForTesting().bufferBytes, 6 * kFrames);
+    EXPECT_EQ(mAnalysis->getInputBufCntTotal(), 3 * kFrames);
+    EXPECT_EQ(mAnalysis->getOutputBufCntTotal(), 3 * kFrames);
+    EXPECT_EQ(mAnalysis->countersForTesting().bufferBytes, 6 * kFrames);
     EXPECT_EQ(TavroVideoBoost::requestsForTesting().size(), 50u);
 }
 

@@ -132,22 +132,16 @@ class TavroProcessNameTest : public ::testing::Test {
     std::string mRoot;
 };
 
-TEST_F(TavroProcessNameTest, ReadsTheFirstArgumentOfCmdline) {
+TEST_F(TavroProcessNameTest, CmdlineFirstThenCommThenEmpty) {
     writeFile(100, "cmdline", std::string("com.example.player\0--flag\0", 26));
     writeFile(100, "comm", "player\n");
-    EXPECT_STREQ("com.example.player", getProcessName(100).c_str());
-}
-
-TEST_F(TavroProcessNameTest, FallsBackToCommAndToEmpty) {
     writeFile(200, "cmdline", "");
     writeFile(200, "comm", "kworker/0:1\n");
+    writeFile(400, "cmdline", std::string(10000, 'x'));  // unterminated: bounded
+    EXPECT_STREQ("com.example.player", getProcessName(100).c_str());
     EXPECT_STREQ("kworker/0:1", getProcessName(200).c_str());
     EXPECT_STREQ("", getProcessName(300).c_str());
-}
-
-TEST_F(TavroProcessNameTest, BoundsAnUnterminatedCmdline) {
-    writeFile(400, "cmdline", std::string(10000, 'x'));
-    EXPECT_EQ(4096u, getProcessName(400).length());
+    EXPECT_EQ(std::string(4096, 'x'), getProcessName(400).c_str());
 }
 
 }  // namespace
