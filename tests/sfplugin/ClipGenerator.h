@@ -74,22 +74,6 @@ inline uint32_t readLe32(const std::vector<uint8_t>& bytes, size_t offset) {
            (static_cast<uint32_t>(bytes[offset + 3]) << 24);
 }
 
-// The bytes of a 12-byte record for comparisons: size 12, index, value, little-endian.
-inline std::vector<uint8_t> vendorBytes(uint32_t index, uint32_t value) {
-    std::vector<uint8_t> bytes(12);
-    const uint32_t words[3] = {12, index, value};
-    for (size_t w = 0; w < 3; ++w) {
-        for (size_t b = 0; b < 4; ++b) bytes[w * 4 + b] = static_cast<uint8_t>(words[w] >> (8 * b));
-    }
-    return bytes;
-}
-
-inline std::vector<uint8_t> vendorBytes(uint32_t index, float value) {
-    uint32_t bits;
-    memcpy(&bits, &value, sizeof(bits));
-    return vendorBytes(index, bits);
-}
-
 // Blank host world and one channel on a manual clock with fast-forward tracking off.
 class ChannelRig {
   public:

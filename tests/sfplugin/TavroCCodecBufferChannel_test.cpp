@@ -179,23 +179,20 @@ TEST_F(BufferChannelTest, SecureQueueNeitherProbesNorWrites) {
 
 // ---- Output --------------------------------------------------------------------------------
 
-TEST_F(BufferChannelTest, FirstRenderIsReportedEvenWhenThePlatformFails) {
+TEST_F(BufferChannelTest, OutputHooksReportAndForwardThePlatformStatus) {
+    ChannelRig::setLogLevel("6");
+    // The first render is reported even when the platform fails it.
     rig.channel->setRenderStatusForTesting(INVALID_OPERATION);
     host::HostClock::advance(77);
     EXPECT_EQ(rig.channel->renderOutputBuffer(ChannelRig::bufferAt(0), 42), INVALID_OPERATION);
     rig.channel->setRenderStatusForTesting(OK);
     EXPECT_EQ(rig.channel->renderOutputBuffer(ChannelRig::bufferAt(33333), 43), OK);
-
-    auto reports = rig.analysisEvents("reportFirstFrameTime");
-    EXPECT_EQ(fieldValues(reports, "timeNs"),
+    EXPECT_EQ(fieldValues(rig.analysisEvents("reportFirstFrameTime"), "timeNs"),
               (std::vector<std::string>{std::to_string(kClockStartNs + 77)}));
     EXPECT_EQ(rig.tavroCallback->renderTimestamps, (std::vector<int64_t>{42, 43}));
     EXPECT_EQ(rig.analysis->countersForTesting().renderedBuffers, 2);
     EXPECT_EQ(rig.channel->countersForTesting().rendered, 2u);
-}
 
-TEST_F(BufferChannelTest, DiscardAndFlushForward) {
-    ChannelRig::setLogLevel("6");
     rig.channel->setDiscardStatusForTesting(BAD_VALUE);
     EXPECT_EQ(rig.channel->discardBuffer(ChannelRig::bufferAt(1)), BAD_VALUE);
     EXPECT_EQ(rig.analysis->countersForTesting().discardedBuffers, 1);
@@ -269,20 +266,17 @@ TEST_F(BufferChannelTest, CorruptSpanFollowsDroppedFrames) {
         std::vector<Step> steps;
         std::vector<std::string> states;
     };
+    // clang-format off
     const Case kCases[] = {
-            {"no feedback id", 0, {{1, 1, false}, {0, 1, false}}, {}},
-            // Each dropped frame reports a start; the first clean work closes the span.
-            {"drop, drop, clean, clean",
-             5,
-             {{1, 1, false}, {1, 2, false}, {0, 3, false}, {0, 4, false}},
-             {"START", "START", "STOP"}},
-            {"stopping channel closes instead",
-             5,
-             {{1, 1, false}, {1, 2, true}},
-             {"START", "STOP"}},
-            {"negative input index", 5, {{1, -1, false}, {0, 1, false}}, {}},
-            {"other flags do not start", 5, {{kWorkFlagIncomplete | 2, 1, false}}, {}},
+        {"no feedback id", 0, {{1, 1, false}, {0, 1, false}}, {}},
+        // Each dropped frame reports a start; the first clean work closes the span.
+        {"drop, drop, clean, clean", 5,
+         {{1, 1, false}, {1, 2, false}, {0, 3, false}, {0, 4, false}}, {"START", "START", "STOP"}},
+        {"stopping channel closes instead", 5, {{1, 1, false}, {1, 2, true}}, {"START", "STOP"}},
+        {"negative input index", 5, {{1, -1, false}, {0, 1, false}}, {}},
+        {"other flags do not start", 5, {{kWorkFlagIncomplete | 2, 1, false}}, {}},
     };
+    // clang-format on
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
         ChannelRig local;
@@ -317,72 +311,38 @@ TEST_F(BufferChannelTest, WorkResultScanActsOnTheFirstMatchOnly) {
         std::vector<std::string> stutter;  // setVppStutter texts
         size_t srEvents;
     };
+    const std::vector<uint8_t> on = int32Bytes(1);
+    // clang-format off
     const Case kCases[] = {
-            {"stutter text",
-             {{kVppStutterInfoIndex, textBytes("jank:3")}, kSrOn},
-             false,
-             {"jank:3"},
-             0},
-            // A stream-flagged stutter record is a candidate, but the stream flag survives the
-            // kind mask: it ends the scan without being acted on.
-            {"stutter on stream 1 ends the scan",
-             {{0xA2118602, textBytes("s1")}, kSrOn},
-             false,
-             {},
-             0},
-            {"super resolution on stream 1", {{0xC2108604, int32Bytes(1)}}, false, {}, 0},
-            {"stream id without the stream flag is skipped",
-             {{0xA0118602, textBytes("x")}, kSrOn},
-             false,
-             {},
-             1},
-            {"stream id above 0x01E00000 is skipped",
-             {{0xA3F18602, textBytes("x")}, kSrOn},
-             false,
-             {},
-             1},
-            {"stutter of size 4 ends the scan",
-             {{kVppStutterInfoIndex, textBytes("abc"), 4}, kSrOn},
-             false,
-             {},
-             0},
-            {"stutter without terminator ends the scan",
-             {{kVppStutterInfoIndex, textBytes("abcd"), 12}, kSrOn},
-             false,
-             {},
-             0},
-            {"stutter of size 8 has no text", {{kVppStutterInfoIndex, {}, 8}, kSrOn}, false, {}, 0},
-            {"stutter of size 0 is no match", {{kVppStutterInfoIndex, {}, 0}, kSrOn}, false, {}, 1},
-            {"undefined direction is no match",
-             {{0xB0018602, textBytes("x")}, kSrOn},
-             false,
-             {},
-             1},
-            {"other stutter kind ends the scan",
-             {{0x80018602, textBytes("x")}, kSrOn},
-             false,
-             {},
-             0},
-            {"super resolution on", {kSrOn}, false, {}, 1},
-            {"super resolution on, output direction", {{0xD0008604, int32Bytes(2)}}, false, {}, 1},
-            {"super resolution global is ignored",
-             {{0xE0008604, int32Bytes(1)}, {kVppStutterInfoIndex, textBytes("y")}},
-             false,
-             {},
-             0},
-            {"super resolution off", {{kSrStatusInfoIndex, int32Bytes(0)}}, false, {}, 0},
-            {"super resolution of size 11",
-             {{kSrStatusInfoIndex, int32Bytes(1), 11}},
-             false,
-             {},
-             0},
-            {"null entries are skipped", {kSrOn}, true, {}, 1},
-            {"unrelated records are skipped",
-             {{0xC0008605, int32Bytes(1)}, {0x12345678, {}}, kSrOn},
-             false,
-             {},
-             1},
+        {"stutter text", {{kVppStutterInfoIndex, textBytes("jank:3")}, kSrOn}, false, {"jank:3"},
+         0},
+        // A stream-flagged stutter record is a candidate, but the stream flag survives the kind
+        // mask: it ends the scan without being acted on.
+        {"stutter on stream 1 ends the scan", {{0xA2118602, textBytes("s1")}, kSrOn}, false, {}, 0},
+        {"super resolution on stream 1", {{0xC2108604, on}}, false, {}, 0},
+        {"stream id without the stream flag is skipped", {{0xA0118602, textBytes("x")}, kSrOn},
+         false, {}, 1},
+        {"stream id above 0x01E00000 is skipped", {{0xA3F18602, textBytes("x")}, kSrOn}, false, {},
+         1},
+        {"stutter of size 4 ends the scan", {{kVppStutterInfoIndex, textBytes("abc"), 4}, kSrOn},
+         false, {}, 0},
+        {"stutter without terminator ends the scan",
+         {{kVppStutterInfoIndex, textBytes("abcd"), 12}, kSrOn}, false, {}, 0},
+        {"stutter of size 8 has no text", {{kVppStutterInfoIndex, {}, 8}, kSrOn}, false, {}, 0},
+        {"stutter of size 0 is no match", {{kVppStutterInfoIndex, {}, 0}, kSrOn}, false, {}, 1},
+        {"undefined direction is no match", {{0xB0018602, textBytes("x")}, kSrOn}, false, {}, 1},
+        {"other stutter kind ends the scan", {{0x80018602, textBytes("x")}, kSrOn}, false, {}, 0},
+        {"super resolution on", {kSrOn}, false, {}, 1},
+        {"super resolution on, output direction", {{0xD0008604, int32Bytes(2)}}, false, {}, 1},
+        {"super resolution global is ignored",
+         {{0xE0008604, on}, {kVppStutterInfoIndex, textBytes("y")}}, false, {}, 0},
+        {"super resolution off", {{kSrStatusInfoIndex, int32Bytes(0)}}, false, {}, 0},
+        {"super resolution of size 11", {{kSrStatusInfoIndex, on, 11}}, false, {}, 0},
+        {"null entries are skipped", {kSrOn}, true, {}, 1},
+        {"unrelated records are skipped", {{0xC0008605, on}, {0x12345678, {}}, kSrOn}, false, {},
+         1},
     };
+    // clang-format on
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
         ChannelRig local;
@@ -464,22 +424,16 @@ TEST_F(BufferChannelTest, HdrTypeAccumulatesAndLogsChanges) {
         std::vector<std::string> logs;
         std::vector<std::string> forwarded;
     };
+    // clang-format off
     const Case kCases[] = {
-            {"zero on a fresh channel", {0}, {}, {}},
-            {"HDR10+ then Vivid",
-             {4, 16},
-             {"HdrType Hdr10+ 4", "HdrType HdrVivid 16"},
-             {"4", "16"}},
-            {"Vivid stays Vivid",
-             {16, 4},
-             {"HdrType HdrVivid 16", "HdrType HdrVivid 4"},
-             {"16", "4"}},
-            {"repeat is no change", {1, 1, 0}, {"HdrType HDR10 or HLG 1"}, {"1"}},
-            {"HDR10 then HLG",
-             {1, 2},
-             {"HdrType HDR10 or HLG 1", "HdrType HDR10 or HLG 2"},
-             {"1", "2"}},
+        {"zero on a fresh channel", {0}, {}, {}},
+        {"HDR10+ then Vivid", {4, 16}, {"HdrType Hdr10+ 4", "HdrType HdrVivid 16"}, {"4", "16"}},
+        {"Vivid stays Vivid", {16, 4}, {"HdrType HdrVivid 16", "HdrType HdrVivid 4"}, {"16", "4"}},
+        {"repeat is no change", {1, 1, 0}, {"HdrType HDR10 or HLG 1"}, {"1"}},
+        {"HDR10 then HLG", {1, 2}, {"HdrType HDR10 or HLG 1", "HdrType HDR10 or HLG 2"},
+         {"1", "2"}},
     };
+    // clang-format on
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
         ChannelRig local;

@@ -4,10 +4,8 @@
 // observed in the format the platform base receives, the closed components' calls and the log.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -19,12 +17,9 @@
 #include <log/log.h>
 #include <media/MediaCodecBuffer.h>
 #include <media/stagefright/foundation/ABuffer.h>
-#include <tavro/TavroListUtils.h>
 #include <utils/Errors.h>
 
-#include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroConfigureTestSupport.h"
-#include "whitelist/TavroSystemProbe.h"
 
 namespace android {
 namespace {
@@ -41,34 +36,14 @@ const std::vector<Key> kEncoderFormat = {i32("encoder", 1)};
 
 class TavroCCodecConfigureTest : public ConfigureFixture {
   protected:
-    // A /proc tree with plenty of free memory, so that listed decoders are post-processed.
-    std::string makeProcRoot() {
-        char pattern[] = "/tmp/tavro-pipeline-XXXXXX";
-        EXPECT_NE(nullptr, mkdtemp(pattern));
-        mRoot = pattern;
-        std::ofstream(mRoot + "/meminfo") << "MemAvailable:   4000000 kB\n";
-        setProcRootForTesting(mRoot);
-        return mRoot;
-    }
-    void TearDown() override {
-        ConfigureFixture::TearDown();
-        setProcRootForTesting("");
-        if (!mRoot.empty()) std::filesystem::remove_all(mRoot);
-    }
     // Renders one output buffer through the channel and returns every parameter message the
     // base received so far.
     std::vector<sp<AMessage>> renderAndCollect() {
         sp<MediaCodecBuffer> buffer = new MediaCodecBuffer(new AMessage(), new ABuffer(16));
         mHarness->channel()->renderOutputBuffer(buffer, 1000000);
         mHarness->runPending();
-        std::vector<sp<AMessage>> sets;
-        for (const CCodec::Call& call : mHarness->codec()->callsForTesting()) {
-            if (call.name == "signalSetParameters") sets.push_back(call.msg);
-        }
-        return sets;
+        return setParameterCalls();
     }
-
-    std::string mRoot;
 };
 
 TEST_F(TavroCCodecConfigureTest, EncoderKeyAndMimeDecideTheKind) {
@@ -79,14 +54,16 @@ TEST_F(TavroCCodecConfigureTest, EncoderKeyAndMimeDecideTheKind) {
         bool encoder;
         bool video;
     };
+    // clang-format off
     const KindCase cases[] = {
-            {"encoder 0 is still an encoder", "video/avc", {i32("encoder", 0)}, true, true},
-            {"encoder as int64", "video/avc", {i64("encoder", 1)}, true, true},
-            {"capitals count as video", "VIDEO/AVC", {}, false, true},
-            {"audio", "audio/mp4a-latm", {}, false, false},
-            {"prefix needs the slash", "videos/avc", {}, false, false},
-            {"no mime", nullptr, {}, false, false},
+        {"encoder 0 is still an encoder", "video/avc", {i32("encoder", 0)}, true, true},
+        {"encoder as int64", "video/avc", {i64("encoder", 1)}, true, true},
+        {"capitals count as video", "VIDEO/AVC", {}, false, true},
+        {"audio", "audio/mp4a-latm", {}, false, false},
+        {"prefix needs the slash", "videos/avc", {}, false, false},
+        {"no mime", nullptr, {}, false, false},
     };
+    // clang-format on
     for (const KindCase& c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
@@ -94,7 +71,8 @@ TEST_F(TavroCCodecConfigureTest, EncoderKeyAndMimeDecideTheKind) {
         if (c.mime == nullptr) format->removeEntryByName("mime");
         sp<AMessage> out = configure(kAvcDecoder, format);
         EXPECT_EQ(1u, logCount(std::string("configEncoderFilter enter, mIsEncoder: ") +
-                               (c.encoder ? "1" : "0")));
+                                       (c.encoder ? "1" : "0"),
+                               ANDROID_LOG_INFO));
         EXPECT_EQ(c.video ? 1u : 0u, HostEvents::named("analysis", "setupVideoStutter").size());
         // Only a video decoder leaves a post-processing decision.
         EXPECT_EQ(c.video && !c.encoder, out->contains("vendor.tavro.vpp.white.list.value"));
@@ -129,7 +107,7 @@ TEST_F(TavroCCodecConfigureTest, CallingUidComesFromTheFormatOrTheProcess) {
 }
 
 TEST_F(TavroCCodecConfigureTest, ProcessNameFromThePackageOrProc) {
-    const std::string root = makeProcRoot();
+    const std::string root = useProcRoot();
     const std::string dir = root + "/" + std::to_string(getpid());
     std::filesystem::create_directories(dir);
     std::ofstream(dir + "/cmdline", std::ios::binary) << std::string("com.proc.player\0-x\0", 19);
@@ -167,6 +145,9 @@ TEST_F(TavroCCodecConfigureTest, BitrateModeAndOutputDelayForVideoEncoders) {
         {"output delay", delay("4"), {}, {i32("tavro.output_delay", 4)}},
         {"output delay not a number", delay("x"), {}, {i32("tavro.output_delay", 0)}},
         {"output delay empty", delay(""), {}, {}},
+        // A value without digits is written as 0, which shows only in the log for a mode of 0.
+        {"mode without digits", mode("cq"), {cq}, {}, OK, {},
+         {{"bitrateMode is 0", ANDROID_LOG_DEBUG}}},
     });
     runCases(kAvcDecoder, "video/avc", {}, {
         {"decoder", mode("2") + delay("4"), {cq}, {white(0)}},
@@ -174,11 +155,6 @@ TEST_F(TavroCCodecConfigureTest, BitrateModeAndOutputDelayForVideoEncoders) {
     runCases(kAacEncoder, "audio/mp4a-latm", kEncoderFormat, {
         {"audio encoder", mode("2") + delay("4"), {cq}, {}},
     });
-    // A value without digits is written as 0, which shows only in the log for a mode of 0.
-    SetUp();
-    setLists(mode("cq"));
-    configure(kAvcEncoder, appFormat("video/avc", {i32("encoder", 1), cq}));
-    EXPECT_EQ(1u, logCount("bitrateMode is 0", ANDROID_LOG_DEBUG));
 }
 
 TEST_F(TavroCCodecConfigureTest, DolbyVisionKeysOnTwoMediaTekChips) {
@@ -227,19 +203,15 @@ TEST_F(TavroCCodecConfigureTest, InitialQpForListedEncodersOfAnyVendor) {
                                  i32("vendor.qti-ext-enc-initial-qp.qp-b", 10)};
     const std::vector<ListEntry> listed = {byUid("qcom-encode-optimization", kBinderUid)};
     runCases(kAvcEncoder, "video/avc", kEncoderFormat, {
-        {"video encoder", listed, {}, qp},
+        {"video encoder", listed, {}, qp, OK, {}, {{"set init qp", ANDROID_LOG_INFO}}},
         {"app's own QP overwritten", listed, {i32("vendor.qti-ext-enc-initial-qp.qp-i", 30)}, qp},
         {"listed by the app uid", {byUid("qcom-encode-optimization", kAppUid)}, {}, {}},
     });
     runCases("c2.mtk.avc.encoder", "video/avc", kEncoderFormat,
              {{"MediaTek encoder", listed, {}, qp}});
     runCases(kAacEncoder, "audio/mp4a-latm", kEncoderFormat, {{"audio encoder", listed, {}, qp}});
-    runCases(kAvcDecoder, "video/avc", {}, {{"decoder", listed, {}, {white(0)}}});
-    EXPECT_EQ(0u, logCount("set init qp"));
-    SetUp();
-    setLists(listed);
-    configure(kAvcEncoder, appFormat("video/avc", kEncoderFormat));
-    EXPECT_EQ(1u, logCount("set init qp", ANDROID_LOG_INFO));
+    runCases(kAvcDecoder, "video/avc", {},
+             {{"decoder", listed, {}, {white(0)}, OK, {}, {{"set init qp", 0, 0}}}});
 }
 
 TEST_F(TavroCCodecConfigureTest, MediaTekColourConvert) {
@@ -249,7 +221,8 @@ TEST_F(TavroCCodecConfigureTest, MediaTekColourConvert) {
     const std::vector<ListEntry> appUid = {byUid("mtkomx-color-convert", kAppUid)};
     auto hw = [](const char* name) { return Props{{"ro.hardware", name}}; };
     runCases(kMtkDecoder, "video/avc", {}, {
-        {"mt6877 gets both keys", appUid, size, {cc, outCc, white(0)}, OK, hw("mt6877")},
+        {"mt6877 gets both keys", appUid, size, {cc, outCc, white(0)}, OK, hw("mt6877"),
+         {{"set force mtk vdec color convert, uid:10200", ANDROID_LOG_DEBUG, 2}}},
         {"mt6893", appUid, size, {cc, white(0)}, OK, hw("mt6893")},
         {"mt6779", appUid, size, {cc, white(0)}, OK, hw("mt6779")},
         {"mt6835", appUid, size, {outCc, white(0)}, OK, hw("mt6835")},
@@ -273,29 +246,22 @@ TEST_F(TavroCCodecConfigureTest, MediaTekColourConvert) {
     runCases("c2.mtk.avc.encoder", "video/avc", kEncoderFormat, {
         {"encoder", appUid, size, {}, OK, hw("mt6877")},
     });
-    SetUp();
-    setProps(hw("mt6877"));
-    setLists(appUid);
-    configure(kMtkDecoder, appFormat("video/avc", size));
-    EXPECT_EQ(2u, logCount("set force mtk vdec color convert, uid:10200", ANDROID_LOG_DEBUG));
 }
 
 TEST_F(TavroCCodecConfigureTest, AacBatchModeForListedActivities) {
     const std::vector<ListEntry> listed = {byActivity("codec-batch-mode", "")};
     runCases(kAacEncoder, "audio/mp4a-latm", kEncoderFormat, {
-        {"default slots", listed, {}, {i32("tavro.batchmode.num", 25)}},
         {"property slots", listed, {}, {i32("tavro.batchmode.num", 40)}, OK,
          {{"debug.stagefright.TSC", "40"}}},
         {"property not a number", listed, {}, {i32("tavro.batchmode.num", 25)}, OK,
          {{"debug.stagefright.TSC", "4x"}}},
         {"not listed", {}, {}, {}},
+        {"default slots", listed, {}, {i32("tavro.batchmode.num", 25)}},
     });
+    // The last case's log.
+    EXPECT_EQ(1u, host::HostLog::count("component:c2.android.aac.encoder, set BMSlotCount:25"));
     runCases("c2.qti.aac.encoder", "audio/mp4a-latm", kEncoderFormat,
              {{"other component", listed, {}, {}}});
-    SetUp();
-    setLists(listed);
-    configure(kAacEncoder, appFormat("audio/mp4a-latm", kEncoderFormat));
-    EXPECT_EQ(1u, host::HostLog::count("component:c2.android.aac.encoder, set BMSlotCount:25"));
 }
 // clang-format on
 
@@ -305,16 +271,17 @@ TEST_F(TavroCCodecConfigureTest, ThumbnailsSendNoHdrPlaybackFeedback) {
         std::vector<Key> input;
         size_t hdrFeedback;  // sendFeedbackHdrPlaybackInfo calls at destruction
     };
+    // clang-format off
     const ThumbCase cases[] = {
-            {"playback", {}, 1},
-            {"thumbnail-mode 1", {i32("thumbnail-mode", 1)}, 0},
-            {"MediaTek key 1", {i32("vendor.mtk.vdec.thumbnail.mode.value", 1)}, 0},
-            {"MediaTek key decides alone",
-             {i32("vendor.mtk.vdec.thumbnail.mode.value", 0), i32("thumbnail-mode", 1)},
-             1},
-            {"thumbnail-mode 2", {i32("thumbnail-mode", 2)}, 1},
-            {"thumbnail-mode as int64", {i64("thumbnail-mode", 1)}, 1},
+        {"playback", {}, 1},
+        {"thumbnail-mode 1", {i32("thumbnail-mode", 1)}, 0},
+        {"MediaTek key 1", {i32("vendor.mtk.vdec.thumbnail.mode.value", 1)}, 0},
+        {"MediaTek key decides alone",
+         {i32("vendor.mtk.vdec.thumbnail.mode.value", 0), i32("thumbnail-mode", 1)}, 1},
+        {"thumbnail-mode 2", {i32("thumbnail-mode", 2)}, 1},
+        {"thumbnail-mode as int64", {i64("thumbnail-mode", 1)}, 1},
     };
+    // clang-format on
     for (const ThumbCase& c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
@@ -331,11 +298,11 @@ TEST_F(TavroCCodecConfigureTest, ThumbnailsSendNoHdrPlaybackFeedback) {
 }
 
 TEST_F(TavroCCodecConfigureTest, DisableWcgOnlyForOne) {
-    const std::pair<std::vector<Key>, bool> cases[] = {{{i32("disable-wcg", 1)}, true},
-                                                       {{i32("disable-wcg", 0)}, false},
-                                                       {{i32("disable-wcg", 2)}, false},
-                                                       {{i64("disable-wcg", 1)}, false},
-                                                       {{}, false}};
+    // clang-format off
+    const std::pair<std::vector<Key>, bool> cases[] = {
+        {{i32("disable-wcg", 1)}, true}, {{i32("disable-wcg", 0)}, false},
+        {{i32("disable-wcg", 2)}, false}, {{i64("disable-wcg", 1)}, false}, {{}, false}};
+    // clang-format on
     for (const auto& [input, disabled] : cases) {
         SetUp();
         configure(kAvcDecoder, appFormat("video/hevc", input));
@@ -354,31 +321,18 @@ TEST_F(TavroCCodecConfigureTest, FeedbackRegistration) {
         size_t notUploaded;     // "IsNotUploadEncoderInfo " lines
     };
     const Key key77 = i64("feedbackKey", 77);
+    // clang-format off
     const FeedbackCase cases[] = {
-            {"decoder", kAvcDecoder, "video/avc", {key77}, {}, "0", 0},
-            {"encoder on the statistics list",
-             kAvcEncoder,
-             "video/avc",
-             {i32("encoder", 1), key77},
-             {byUid("video-encoder-statistics", kAppUid)},
-             "1",
-             0},
-            {"encoder off the list",
-             kAvcEncoder,
-             "video/avc",
-             {i32("encoder", 1), key77},
-             {byUid("video-encoder-statistics", kBinderUid)},
-             nullptr,
-             1},
-            {"audio decoder", "c2.android.aac.decoder", "audio/mp4a-latm", {key77}, {}, nullptr, 0},
-            {"feedbackKey 0 is no id",
-             kAvcDecoder,
-             "video/avc",
-             {i64("feedbackKey", 0)},
-             {},
-             nullptr,
-             0},
+        {"decoder", kAvcDecoder, "video/avc", {key77}, {}, "0", 0},
+        {"encoder on the statistics list", kAvcEncoder, "video/avc", {i32("encoder", 1), key77},
+         {byUid("video-encoder-statistics", kAppUid)}, "1", 0},
+        {"encoder off the list", kAvcEncoder, "video/avc", {i32("encoder", 1), key77},
+         {byUid("video-encoder-statistics", kBinderUid)}, nullptr, 1},
+        {"audio decoder", "c2.android.aac.decoder", "audio/mp4a-latm", {key77}, {}, nullptr, 0},
+        {"feedbackKey 0 is no id", kAvcDecoder, "video/avc", {i64("feedbackKey", 0)}, {}, nullptr,
+         0},
     };
+    // clang-format on
     for (const FeedbackCase& c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
@@ -417,45 +371,24 @@ TEST_F(TavroCCodecConfigureTest, StartUpOperatingRateIsRestoredAtFirstRender) {
     };
     const std::vector<ListEntry> listed = {byUid("decoder-startup-operating-rate", kAppUid, "120")};
     const Key raised = f32("operating-rate", 120.0f);
+    const std::vector<Key> fps30 = {f32("frame-rate", 30.0f)};
+    // clang-format off
     const RateCase cases[] = {
-            {"frame rate restored",
-             kAvcDecoder,
-             listed,
-             {f32("frame-rate", 30.0f)},
-             {raised, white(0)},
-             30.0f},
-            {"app's int32 rate restored",
-             kAvcDecoder,
-             listed,
-             {i32("operating-rate", 60), i32("frame-rate", 30)},
-             {raised, white(0)},
-             60.0f},
-            {"app already faster",
-             kAvcDecoder,
-             listed,
-             {f32("operating-rate", 240.0f)},
-             {white(0)},
-             0.0f},
-            {"no rate to go back to", kAvcDecoder, listed, {}, {white(0)}, 0.0f},
-            {"not a number",
-             kAvcDecoder,
-             {byUid("decoder-startup-operating-rate", kAppUid, "fast")},
-             {f32("frame-rate", 30.0f)},
-             {white(0)},
-             0.0f},
-            {"listed by the binder uid",
-             kAvcDecoder,
-             {byUid("decoder-startup-operating-rate", kBinderUid, "120")},
-             {f32("frame-rate", 30.0f)},
-             {white(0)},
-             0.0f},
-            {"encoder",
-             kAvcEncoder,
-             listed,
-             {i32("encoder", 1), f32("frame-rate", 30.0f)},
-             {},
-             0.0f},
+        {"frame rate restored", kAvcDecoder, listed, fps30, {raised, white(0)}, 30.0f},
+        {"app's float rate restored", kAvcDecoder, listed, {f32("operating-rate", 30.0f)},
+         {raised, white(0)}, 30.0f},
+        {"app's int32 rate restored", kAvcDecoder, listed,
+         {i32("operating-rate", 60), i32("frame-rate", 30)}, {raised, white(0)}, 60.0f},
+        {"app already faster", kAvcDecoder, listed, {f32("operating-rate", 240.0f)}, {white(0)},
+         0.0f},
+        {"no rate to go back to", kAvcDecoder, listed, {}, {white(0)}, 0.0f},
+        {"not a number", kAvcDecoder, {byUid("decoder-startup-operating-rate", kAppUid, "fast")},
+         fps30, {white(0)}, 0.0f},
+        {"listed by the binder uid", kAvcDecoder,
+         {byUid("decoder-startup-operating-rate", kBinderUid, "120")}, fps30, {white(0)}, 0.0f},
+        {"encoder", kAvcEncoder, listed, fps30 + kEncoderFormat, {}, 0.0f},
     };
+    // clang-format on
     for (const RateCase& c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
@@ -464,6 +397,9 @@ TEST_F(TavroCCodecConfigureTest, StartUpOperatingRateIsRestoredAtFirstRender) {
         expectChanges(format, configure(c.component, format), c.changed);
         renderAndCollect();
         const std::vector<sp<AMessage>> sets = renderAndCollect();  // the second render adds none
+        const std::string line =
+                "setExtParam: Reset operating-rate(" + std::to_string(int(c.restored)) + ")";
+        EXPECT_EQ(c.restored == 0.0f ? 0u : 1u, logCount(line, ANDROID_LOG_DEBUG));
         if (c.restored == 0.0f) {
             EXPECT_TRUE(sets.empty());
         } else {
@@ -527,7 +463,7 @@ TEST_F(TavroCCodecConfigureTest, StepsRunInTheirOrder) {
     // A decoder: telemetry first, then feedback, stutter set-up, the interlace check of the
     // post-processing selection, and the base last.
     SetUp();
-    makeProcRoot();
+    useProcRoot();
     setLists({byUid("sr-lumo-whitelist", kBinderUid, "3")});
     configure(kAvcDecoder, appFormat("video/avc", {}));
     std::vector<std::string> calls;
@@ -552,15 +488,22 @@ TEST_F(TavroCCodecConfigureTest, NoListServiceAnswerLeavesTheFormatAlone) {
             byUid("encode-qp-range", kAppUid, "min=20"),
             byActivity("encoder-b-frame", "maxBframes=1"),
             byActivity("codec-batch-mode", ""),
+            byUid("qcom-encode-gop", kBinderUid, "60"),
+            byUid("qcom-qprange", kBinderUid, "2"),
     };
     for (const char* component : {kAvcEncoder, kAacEncoder}) {
         SCOPED_TRACE(component);
         SetUp();
         setLists(everything);
         host::HostListService::setFault(host::HostListService::Fault::kNoAnswer);
-        sp<AMessage> format = appFormat(component == kAvcEncoder ? "video/avc" : "audio/mp4a-latm",
-                                        {i32("encoder", 1), i32("bitrate-mode", 0)});
+        sp<AMessage> format =
+                appFormat(component == kAvcEncoder ? "video/avc" : "audio/mp4a-latm",
+                          {i32("encoder", 1), i32("bitrate-mode", 0), i32("min-qp-value", 10),
+                           f32("frame-rate", 30.0f), i32("bitrate", 1000000)});
         expectChanges(format, configure(component, format), {});
+        if (component == kAvcEncoder) {
+            EXPECT_EQ(1u, stepStatusCount("setBFrame", INVALID_OPERATION));
+        }
     }
 }
 

@@ -23,6 +23,8 @@ constexpr int64_t kUsageBit = 0x8000000000000LL;
 
 using TavroCodecTuningTest = ConfigureFixture;
 
+const Props kGateOff = {{"debug.tavro.video.log.enable", "0"}};
+
 Props soc(const char* model) {
     return {{"ro.soc.model", model}};
 }
@@ -78,7 +80,8 @@ TEST_F(TavroCodecTuningTest, UsageFlagIsConsumedAndSetForTheFamily) {
     const Key set = i64("tavro-encode-usage-flag", kUsageBit);
     const Key consumed = i64("tavro-encode-usage-flag", 0);
     runCases(kAvcEncoder, "video/avc", kEncoderFormat, {
-        {"int32 request, family listed", listed("cpu=kimora+pelto"), {request}, {set}, OK, pelto},
+        {"int32 request, family listed", listed("cpu=kimora+pelto"), {request}, {set}, OK, pelto,
+         {{"encode setting usage flag", ANDROID_LOG_DEBUG}}},
         {"int64 request", listed("cpu=pelto"), {i64(request.name.c_str(), 5)}, {set}, OK, pelto},
         {"int64 zero is no request", listed("cpu=pelto"), {consumed}, {}, OK, pelto},
         {"int32 zero is no request", listed("cpu=pelto"), {i32(request.name.c_str(), 0)}, {}, OK,
@@ -90,11 +93,6 @@ TEST_F(TavroCodecTuningTest, UsageFlagIsConsumedAndSetForTheFamily) {
         {"listed for the binder uid only", {byUid("encode-usage-flag", kBinderUid, "cpu=pelto")},
          {request}, {consumed}, INVALID_OPERATION, pelto},
     }, "setUsageFlag");
-    SetUp();
-    setProps(pelto);
-    setLists(listed("cpu=pelto"));
-    configure(kAvcEncoder, appFormat("video/avc", {i32("encoder", 1), request}));
-    EXPECT_EQ(1u, logCount("encode setting usage flag", ANDROID_LOG_DEBUG));
 }
 
 TEST_F(TavroCodecTuningTest, EncoderSceneFromTheTopActivity) {
@@ -110,31 +108,16 @@ TEST_F(TavroCodecTuningTest, EncoderSceneFromTheTopActivity) {
         {"not listed", {}, {}, {}, INVALID_OPERATION},
         {"not key/value text", listed("3"), {}, {}, INVALID_OPERATION},
     }, "configEncoderScene");
+    // The warnings print with the gate off.
+    auto warn = [](const char* line) { return std::vector<LogLine>{{line, ANDROID_LOG_WARN}}; };
+    runCases(kAvcEncoder, "video/avc", kEncoderFormat, {
+        {"not listed", {}, {}, {}, OK, kGateOff, warn("Ext activity return: 0, value: .")},
+        {"empty value", listed(""), {}, {}, OK, kGateOff, warn("Ext activity return: 1, value: .")},
+        {"scene not a number", listed("scene=x"), {}, {}, OK, kGateOff,
+         warn("Encoder scene value[0] invalid.")},
+    });
 }
 // clang-format on
-
-TEST_F(TavroCodecTuningTest, EncoderSceneWarningsPrintWithTheGateOff) {
-    struct WarnCase {
-        const char* name;
-        std::vector<ListEntry> lists;
-        std::string warning;
-    };
-    const WarnCase cases[] = {
-            {"not listed", {}, "Ext activity return: 0, value: ."},
-            {"empty value", {byActivity("encoder-scene", "")}, "Ext activity return: 1, value: ."},
-            {"scene 0",
-             {byActivity("encoder-scene", "scene=x")},
-             "Encoder scene value[0] invalid."},
-    };
-    for (const WarnCase& c : cases) {
-        SCOPED_TRACE(c.name);
-        SetUp();
-        host::HostProperties::set("debug.tavro.video.log.enable", "0");
-        setLists(c.lists);
-        configure(kAvcEncoder, appFormat("video/avc", kEncoderFormat));
-        EXPECT_EQ(1u, logCount(c.warning, ANDROID_LOG_WARN));
-    }
-}
 
 std::vector<Key> preProcessed(int64_t value, int32_t side, int32_t bitrate) {
     return {white(value), i32("vendor.qti-ext-enc-roi-mbmap-info.mb_side_length", side),
@@ -185,65 +168,35 @@ TEST_F(TavroCodecTuningTest, EncoderFilterPicksPreProcessingByCodec) {
 }
 // clang-format on
 
+// clang-format off
 TEST_F(TavroCodecTuningTest, EncoderFilterLogLines) {
-    struct LogCase {
-        const char* listValue;
-        std::vector<Key> input;
-        std::string line;
-        int priority;
+    auto listed = [](const char* v) {
+        return std::vector<ListEntry>{byActivity("encoder-pre-process", v)};
     };
-    const LogCase cases[] = {
-            {"type=hevc", frame(16, 16, 1),
-             "Not support this encoder[video/avc], config codec type[hevc]", ANDROID_LOG_ERROR},
-            {"type=avc,avcLimitBitrate=12000000", frame(16, 16, 13000000),
-             "Bitrate[13000000] > limitBitrate[12000000]", ANDROID_LOG_WARN},
-            {"type=avc,limitWidth=1920,limitHeight=1080", frame(1920, 1088, 1),
-             "Encode resolution[1920 * 1088] > limit resolution[1920 * 1080]", ANDROID_LOG_WARN},
-    };
-    for (const LogCase& c : cases) {
-        SCOPED_TRACE(c.line);
-        SetUp();
-        host::HostProperties::set("debug.tavro.video.log.enable", "0");  // ungated lines only
-        setLists({byActivity("encoder-pre-process", c.listValue)});
-        configure(kAvcEncoder, appFormat("video/avc", kEncoderFormat + c.input));
-        EXPECT_EQ(1u, logCount(c.line, c.priority));
-        EXPECT_EQ(0u, logCount("configEncoderFilter enter, mIsEncoder: 1"));
-    }
-
-    SetUp();
-    setLists({byActivity("encoder-pre-process", "type=avc,limitWidth=1920,limitHeight=1080")});
-    configure(kAvcEncoder, appFormat("video/avc", kEncoderFormat + frame(1920, 1080, 100)));
-    const std::pair<std::string, int> kLines[] = {
-            {"configEncoderFilter enter, mIsEncoder: 1", ANDROID_LOG_INFO},
-            {"Ext activity return: 1, value: type=avc,limitWidth=1920,limitHeight=1080.",
-             ANDROID_LOG_INFO},
-            {"Config encoder preprocessing value: 0x101", ANDROID_LOG_INFO},
-            // 100 x 1.15f is 114.9999976 exactly, which single precision rounds to 115.
-            {"change bitrate to 115", ANDROID_LOG_VERBOSE},
-    };
-    for (const auto& [line, priority] : kLines) EXPECT_EQ(1u, logCount(line, priority)) << line;
-
-    SetUp();
-    configure(kAvcDecoder, appFormat("video/avc", {}));
-    EXPECT_EQ(1u, logCount("configEncoderFilter enter, mIsEncoder: 0", ANDROID_LOG_INFO));
+    // With the gate off only the refusals print; the gated trace stays off.
+    const LogLine notEntered = {"configEncoderFilter enter, mIsEncoder: 1", 0, 0};
+    runCases(kAvcEncoder, "video/avc", kEncoderFormat, {
+        {"other codec type", listed("type=hevc"), frame(16, 16, 1), {}, OK, kGateOff,
+         {{"Not support this encoder[video/avc], config codec type[hevc]", ANDROID_LOG_ERROR},
+          notEntered}},
+        {"bitrate above the limit", listed("type=avc,avcLimitBitrate=12000000"),
+         frame(16, 16, 13000000), {}, OK, kGateOff,
+         {{"Bitrate[13000000] > limitBitrate[12000000]", ANDROID_LOG_WARN}, notEntered}},
+        {"frame above the limit", listed("type=avc,limitWidth=1920,limitHeight=1080"),
+         frame(1920, 1088, 1), {}, OK, kGateOff,
+         {{"Encode resolution[1920 * 1088] > limit resolution[1920 * 1080]", ANDROID_LOG_WARN},
+          notEntered}},
+        // 100 x 1.15f is 114.9999976 exactly, which single precision rounds to 115.
+        {"accepted", listed("type=avc,limitWidth=1920,limitHeight=1080"), frame(1920, 1080, 100),
+         preProcessed(0x101, 16, 115), OK, {},
+         {{"configEncoderFilter enter, mIsEncoder: 1", ANDROID_LOG_INFO},
+          {"Ext activity return: 1, value: type=avc,limitWidth=1920,limitHeight=1080.",
+           ANDROID_LOG_INFO},
+          {"Config encoder preprocessing value: 0x101", ANDROID_LOG_INFO},
+          {"change bitrate to 115", ANDROID_LOG_VERBOSE}}},
+    });
 }
-
-TEST_F(TavroCodecTuningTest, TuningLeavesOtherKindsAlone) {
-    const std::vector<ListEntry> lists = {
-            byUid("key-priority-encoder", kAppUid, "priority=1"),
-            byUid("encode-usage-flag", kAppUid, "cpu=unknown"),
-            byActivity("encoder-scene", "scene=3"),
-            byActivity("encoder-pre-process", "type=avc,limitWidth=9999,limitHeight=9999")};
-    const std::vector<Key> input =
-            std::vector<Key>{i32("tavro-encode-usage-flag", 1)} + frame(64, 64, 1000);
-    runCases(kAvcDecoder, "video/avc", input, {{"video decoder", lists, {}, {white(0)}}},
-             "setUsageFlag");
-    runCases("c2.android.aac.encoder", "audio/mp4a-latm", input + kEncoderFormat,
-             {{"audio encoder", lists, {}, {}}}, "setUsageFlag");
-    EXPECT_EQ(1u, stepStatusCount("configEncoderScene", INVALID_OPERATION));
-    EXPECT_EQ(1u, stepStatusCount("configEncoderFilter", INVALID_OPERATION));
-    EXPECT_EQ(1u, stepStatusCount("configEncoderPriority", INVALID_OPERATION));
-}
+// clang-format on
 
 using TavroCodecTuningDeathTest = TavroCodecTuningTest;
 

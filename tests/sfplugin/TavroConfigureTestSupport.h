@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <set>
 #include <string>
@@ -25,6 +27,7 @@
 #include <tavro/TavroListUtils.h>
 
 #include "support/CodecTestHarness.h"
+#include "whitelist/TavroSystemProbe.h"
 
 namespace android {
 namespace test {
@@ -37,50 +40,41 @@ constexpr int64_t kAppUid = 10200;
 constexpr int64_t kAppPid = 4200;
 constexpr char kTopActivity[] = "com.example.app/.PlayerActivity";
 
-// One typed format key: an input to set, or an expectation (kAbsent: the key must not exist).
+// One typed format key: an input to set, or an expectation.
 struct Key {
-    enum Kind { kInt32, kInt64, kFloat, kString, kAbsent };
+    enum Kind { kInt32, kInt64, kFloat, kString };
     std::string name;
-    Kind kind = kAbsent;
+    Kind kind = kInt32;
     int64_t integer = 0;
     float real = 0.0f;
     std::string text;
 };
-inline Key i32(const char* name, int32_t v) {
-    return {name, Key::kInt32, v, 0.0f, ""};
+// clang-format off
+inline Key i32(const char* n, int32_t v) { return {n, Key::kInt32, v, 0.0f, ""}; }
+inline Key i64(const char* n, int64_t v) { return {n, Key::kInt64, v, 0.0f, ""}; }
+inline Key f32(const char* n, float v) { return {n, Key::kFloat, 0, v, ""}; }
+inline Key str(const char* n, const char* v) { return {n, Key::kString, 0, 0.0f, v}; }
+inline Key white(int64_t v) { return i64("vendor.tavro.vpp.white.list.value", v); }
+// clang-format on
+
+template <typename T>
+std::vector<T> operator+(std::vector<T> a, const std::vector<T>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
-inline Key i64(const char* name, int64_t v) {
-    return {name, Key::kInt64, v, 0.0f, ""};
-}
-inline Key f32(const char* name, float v) {
-    return {name, Key::kFloat, 0, v, ""};
-}
-inline Key str(const char* name, const char* v) {
-    return {name, Key::kString, 0, 0.0f, v};
-}
-inline Key absent(const char* name) {
-    return {name, Key::kAbsent, 0, 0.0f, ""};
+template <typename T>
+std::vector<T> operator+(std::vector<T> a, const T& b) {
+    a.push_back(b);
+    return a;
 }
 
 inline void setKeys(const sp<AMessage>& msg, const std::vector<Key>& keys) {
     for (const Key& k : keys) {
-        switch (k.kind) {
-            case Key::kInt32:
-                msg->setInt32(k.name.c_str(), static_cast<int32_t>(k.integer));
-                break;
-            case Key::kInt64:
-                msg->setInt64(k.name.c_str(), k.integer);
-                break;
-            case Key::kFloat:
-                msg->setFloat(k.name.c_str(), k.real);
-                break;
-            case Key::kString:
-                msg->setString(k.name.c_str(), k.text.c_str());
-                break;
-            case Key::kAbsent:
-                msg->removeEntryByName(k.name.c_str());
-                break;
-        }
+        const char* name = k.name.c_str();
+        if (k.kind == Key::kInt32) msg->setInt32(name, static_cast<int32_t>(k.integer));
+        if (k.kind == Key::kInt64) msg->setInt64(name, k.integer);
+        if (k.kind == Key::kFloat) msg->setFloat(name, k.real);
+        if (k.kind == Key::kString) msg->setString(name, k.text.c_str());
     }
 }
 
@@ -110,9 +104,6 @@ inline void expectKeys(const sp<AMessage>& msg, const std::vector<Key>& keys) {
                 ASSERT_TRUE(msg->findString(name, &vs)) << "not a string";
                 EXPECT_EQ(k.text, vs.c_str());
                 break;
-            case Key::kAbsent:
-                EXPECT_FALSE(msg->contains(name));
-                break;
         }
     }
 }
@@ -123,9 +114,7 @@ inline void expectChanges(const sp<AMessage>& input, const sp<AMessage>& output,
                           const std::vector<Key>& changed) {
     ASSERT_NE(nullptr, output.get()) << "the base received no format";
     std::set<std::string> expected;
-    for (const Key& k : changed) {
-        if (k.kind != Key::kAbsent) expected.insert(k.name);
-    }
+    for (const Key& k : changed) expected.insert(k.name);
     sp<AMessage> diff = output->changesFrom(input);
     std::set<std::string> actual;
     for (size_t i = 0; i < diff->countEntries(); ++i) {
@@ -161,6 +150,13 @@ inline ListEntry byActivity(const char* list, const char* value) {
 
 using Props = std::vector<std::pair<std::string, std::string>>;
 
+// A log record expected `count` times with exactly this message (at `priority` unless 0).
+struct LogLine {
+    std::string message;
+    int priority = 0;
+    size_t count = 1;
+};
+
 // Resets the world, sets the binder identity and the top activity, and plays one codec.
 class ConfigureFixture : public ::testing::Test {
   protected:
@@ -176,6 +172,21 @@ class ConfigureFixture : public ::testing::Test {
         mHarness.reset();
         IPCThreadState::self()->clearCallingIdentityForTesting();
         setProcessNameRootForTesting("");
+        setProcRootForTesting("");
+        if (!mProcRoot.empty()) std::filesystem::remove_all(mProcRoot);
+    }
+
+    // Points /proc at a temporary tree whose meminfo shows `availKb` free; returns its root.
+    std::string useProcRoot(int64_t availKb = 4000000) {
+        if (mProcRoot.empty()) {
+            char pattern[] = "/tmp/tavro-configure-XXXXXX";
+            EXPECT_NE(nullptr, mkdtemp(pattern));
+            mProcRoot = pattern;
+        }
+        std::ofstream(mProcRoot + "/meminfo") << "MemTotal:       12000000 kB\n"
+                                              << "MemAvailable:   " << availKb << " kB\n";
+        setProcRootForTesting(mProcRoot);
+        return mProcRoot;
     }
 
     static void setProps(const Props& props) {
@@ -183,16 +194,10 @@ class ConfigureFixture : public ::testing::Test {
     }
     static void setLists(const std::vector<ListEntry>& lists) {
         for (const ListEntry& e : lists) {
-            switch (e.by) {
-                case ListEntry::kUid:
-                    host::HostListService::setByUid(e.list, e.key, e.value);
-                    break;
-                case ListEntry::kPid:
-                    host::HostListService::setByPid(e.list, e.key, e.value);
-                    break;
-                case ListEntry::kActivity:
-                    host::HostListService::setByActivity(e.list, kTopActivity, e.value);
-                    break;
+            if (e.by == ListEntry::kUid) host::HostListService::setByUid(e.list, e.key, e.value);
+            if (e.by == ListEntry::kPid) host::HostListService::setByPid(e.list, e.key, e.value);
+            if (e.by == ListEntry::kActivity) {
+                host::HostListService::setByActivity(e.list, kTopActivity, e.value);
             }
         }
     }
@@ -219,14 +224,15 @@ class ConfigureFixture : public ::testing::Test {
         return mHarness->configuredFormat();
     }
 
-    // Records of the configure step trace for `step` with `status`.
-    static size_t stepStatusCount(const char* step, int32_t status) {
-        const std::string line =
-                "configure step " + std::string(step) + ": " + std::to_string(status);
-        size_t n = 0;
-        for (const host::LogRecord& r : host::HostLog::records()) n += r.message == line ? 1 : 0;
-        return n;
+    // Every parameter message the base received so far.
+    std::vector<sp<AMessage>> setParameterCalls() const {
+        std::vector<sp<AMessage>> sets;
+        for (const CCodec::Call& call : mHarness->codec()->callsForTesting()) {
+            if (call.name == "signalSetParameters") sets.push_back(call.msg);
+        }
+        return sets;
     }
+
     // Records whose message is exactly `message`, at `priority` when it is not 0.
     static size_t logCount(const std::string& message, int priority = 0) {
         size_t n = 0;
@@ -236,8 +242,14 @@ class ConfigureFixture : public ::testing::Test {
         return n;
     }
 
+    // Records of the configure step trace for `step` with `status`.
+    static size_t stepStatusCount(const char* step, int32_t status) {
+        return logCount("configure step " + std::string(step) + ": " + std::to_string(status));
+    }
+
     // One configure per case on a fresh codec: `component` with `mime`, the app's format plus
-    // `base` and the case's input. Checks the exact changes and, with `step`, its traced status.
+    // `base` and the case's input. Checks the exact changes, the log lines and, with `step`, its
+    // traced status.
     struct Case {
         const char* name;
         std::vector<ListEntry> lists;
@@ -245,6 +257,7 @@ class ConfigureFixture : public ::testing::Test {
         std::vector<Key> changed;  // every key the configure added, retyped or re-valued
         int32_t status = 0;        // of `step`
         Props props = {};
+        std::vector<LogLine> logs = {};
     };
     void runCases(const char* component, const char* mime, const std::vector<Key>& base,
                   const std::vector<Case>& cases, const char* step = nullptr) {
@@ -253,27 +266,20 @@ class ConfigureFixture : public ::testing::Test {
             SetUp();
             setProps(c.props);
             setLists(c.lists);
-            std::vector<Key> input = base;
-            input.insert(input.end(), c.input.begin(), c.input.end());
-            sp<AMessage> format = appFormat(mime, input);
+            sp<AMessage> format = appFormat(mime, base + c.input);
             expectChanges(format, configure(component, format), c.changed);
             if (step != nullptr) {
                 EXPECT_EQ(1u, stepStatusCount(step, c.status));
+            }
+            for (const LogLine& l : c.logs) {
+                EXPECT_EQ(l.count, logCount(l.message, l.priority)) << l.message;
             }
         }
     }
 
     std::unique_ptr<CodecHarness> mHarness;
+    std::string mProcRoot;
 };
-
-template <typename T>
-std::vector<T> operator+(std::vector<T> a, const std::vector<T>& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-inline Key white(int64_t value) {
-    return i64("vendor.tavro.vpp.white.list.value", value);
-}
 
 }  // namespace test
 }  // namespace android

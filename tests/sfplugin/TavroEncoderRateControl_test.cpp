@@ -211,18 +211,29 @@ TEST_F(TavroEncoderRateControlTest, GatedLinesFollowTheLogLevel) {
 }
 
 TEST_F(TavroEncoderRateControlTest, OnlyVideoEncodersAreTuned) {
-    const std::vector<ListEntry> lists = {byUid("qcom-encode-gop", kBinderUid, "60"),
-                                          byUid("qcom-qprange", kBinderUid, "0.5"),
-                                          byActivity("encoder-b-frame", "maxBframes=1"),
-                                          byUid("qcom-enable-cac", kAppUid, "value=1"),
-                                          byUid("encode-qp-range", kAppUid, "min=20")};
+    const std::vector<ListEntry> lists = {
+            byUid("qcom-encode-gop", kBinderUid, "60"),
+            byUid("qcom-qprange", kBinderUid, "0.5"),
+            byActivity("encoder-b-frame", "maxBframes=1"),
+            byUid("qcom-enable-cac", kAppUid, "value=1"),
+            byUid("encode-qp-range", kAppUid, "min=20"),
+            byUid("key-priority-encoder", kAppUid, "priority=1"),
+            byUid("encode-usage-flag", kAppUid, "cpu=unknown"),
+            byActivity("encoder-scene", "scene=3"),
+            byActivity("encoder-pre-process", "type=avc,limitWidth=9999,limitHeight=9999")};
     const std::vector<Key> input = {i32("min-qp-value", 10), f32("frame-rate", 30.0f),
-                                    i32("bitrate", 1000000)};
+                                    i32("bitrate", 1000000), i32("tavro-encode-usage-flag", 1),
+                                    i32("width", 64),        i32("height", 64)};
     runCases("c2.qti.avc.decoder", "video/avc", input, {{"video decoder", lists, {}, {white(0)}}},
              "setBFrame");
+    EXPECT_EQ(1u, stepStatusCount("setUsageFlag", OK));
     runCases("c2.android.aac.encoder", "audio/mp4a-latm", input + kEncoderFormat,
              {{"audio encoder", lists, {}, {}}}, "setGopAndBitrate");
-    EXPECT_EQ(1u, stepStatusCount("configEncoderBitrateSavings", INVALID_OPERATION));
+    EXPECT_EQ(1u, stepStatusCount("setUsageFlag", OK));
+    for (const char* step : {"configEncoderBitrateSavings", "configEncoderScene",
+                             "configEncoderFilter", "configEncoderPriority"}) {
+        EXPECT_EQ(1u, stepStatusCount(step, INVALID_OPERATION)) << step;
+    }
 }
 
 TEST_F(TavroEncoderRateControlTest, UntrustedListValuesAreReadWithinTheirBuffer) {
@@ -242,16 +253,6 @@ TEST_F(TavroEncoderRateControlTest, UntrustedListValuesAreReadWithinTheirBuffer)
     host::HostListService::setFault(host::HostListService::Fault::kUnterminated);
     format = appFormat("video/avc", kQp + std::vector<Key>{f32("frame-rate", 30.0f)});
     expectChanges(format, configure(kEncoder, format), {});
-
-    // A service that answers nothing leaves every rate-control key alone.
-    SetUp();
-    setLists({byUid("qcom-encode-gop", kBinderUid, "60"), byUid("qcom-qprange", kBinderUid, "2"),
-              byActivity("encoder-b-frame", "maxBframes=1")});
-    host::HostListService::setFault(host::HostListService::Fault::kNoAnswer);
-    format = appFormat("video/avc",
-                       kQp + std::vector<Key>{f32("frame-rate", 30.0f), i32("bitrate", 1000000)});
-    expectChanges(format, configure(kEncoder, format), {});
-    EXPECT_EQ(1u, stepStatusCount("setBFrame", INVALID_OPERATION));
 }
 
 }  // namespace

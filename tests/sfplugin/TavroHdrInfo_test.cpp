@@ -35,24 +35,22 @@ TEST(TavroHdrInfoTest, BitReaderReadsMsbFirstAndStopsAtTheLength) {
         uint32_t startByte, startBit;
         std::vector<Read> reads;
     };
+    // clang-format off
     const Case kCases[] = {
-            {"nibble, byte across the boundary, nibble",
-             {0xAB, 0xCD},
-             2,
-             0,
-             7,
-             {{4, 0xA, 0, 3}, {8, 0xBC, 1, 3}, {4, 0xD, 2, 7}, {8, 0, 2, 7}}},
-            // The 4 bits left are returned as they are, not moved up to the top of 16.
-            {"short read keeps the bits unshifted", {0x00, 0x5A}, 2, 1, 3, {{16, 0xA, 2, 7}}},
-            {"32 bits from the last 3 bytes", {0x12, 0x34, 0x56}, 3, 0, 7, {{32, 0x123456, 3, 7}}},
-            {"32 bits exactly", {0xDE, 0xAD, 0xBE, 0xEF}, 4, 0, 7, {{32, 0xDEADBEEF, 4, 7}}},
-            {"nbits 0 reads nothing", {0xFF}, 1, 0, 7, {{0, 0, 0, 7}}},
-            {"single bits", {0xA0}, 1, 0, 7, {{1, 1, 0, 6}, {1, 0, 0, 5}, {1, 1, 0, 4}}},
-            {"length 0", {0xFF}, 0, 0, 7, {{8, 0, 0, 7}}},
-            // Bytes after the declared length are never read.
-            {"declared length shorter than the data", {0x12, 0x34}, 1, 0, 7, {{16, 0x12, 1, 7}}},
-            {"bit position above 7 reads as 7", {0x81}, 1, 0, 40, {{8, 0x81, 1, 7}}},
+        {"nibble, byte across the boundary, nibble", {0xAB, 0xCD}, 2, 0, 7,
+         {{4, 0xA, 0, 3}, {8, 0xBC, 1, 3}, {4, 0xD, 2, 7}, {8, 0, 2, 7}}},
+        // The 4 bits left are returned as they are, not moved up to the top of 16.
+        {"short read keeps the bits unshifted", {0x00, 0x5A}, 2, 1, 3, {{16, 0xA, 2, 7}}},
+        {"32 bits from the last 3 bytes", {0x12, 0x34, 0x56}, 3, 0, 7, {{32, 0x123456, 3, 7}}},
+        {"32 bits exactly", {0xDE, 0xAD, 0xBE, 0xEF}, 4, 0, 7, {{32, 0xDEADBEEF, 4, 7}}},
+        {"nbits 0 reads nothing", {0xFF}, 1, 0, 7, {{0, 0, 0, 7}}},
+        {"single bits", {0xA0}, 1, 0, 7, {{1, 1, 0, 6}, {1, 0, 0, 5}, {1, 1, 0, 4}}},
+        {"length 0", {0xFF}, 0, 0, 7, {{8, 0, 0, 7}}},
+        // Bytes after the declared length are never read.
+        {"declared length shorter than the data", {0x12, 0x34}, 1, 0, 7, {{16, 0x12, 1, 7}}},
+        {"bit position above 7 reads as 7", {0x81}, 1, 0, 40, {{8, 0x81, 1, 7}}},
     };
+    // clang-format on
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
         uint32_t length = c.length;
@@ -145,6 +143,7 @@ TEST(TavroHdrInfoTest, ColourAspectsRule) {
             {"BT.2020 + PQ is HDR10", 6, 6, -1, 0, 1},
             {"BT.2020 + HLG is HLG", 6, 7, -1, 0, 2},
             {"BT.709 + HLG is HLG", 1, 7, -1, 0, 2},
+            {"other primaries + HLG is HLG", 9, 7, -1, 0, 2},
             {"BT.709 + PQ is nothing", 1, 6, -1, 0, 0},
             {"BT.2020 + SDR transfer is nothing", 6, 3, -1, 0, 0},
             {"no match keeps the earlier value", 1, 1, -1, 3, 3},
@@ -164,168 +163,114 @@ TEST(TavroHdrInfoTest, ColourAspectsRule) {
 
 // ---- The codec's check, seen in the playback feedback at destruction ----------------------
 
-struct InfoRecord {
-    uint32_t index;
-    std::vector<uint8_t> payload;
-};
+// One info record of an output buffer: 'S' SDR, 'H' HDR10 and 'L' HLG colour aspects; 'P' HDR10+,
+// 'E' empty and 'V' HDR Vivid dynamic metadata.
+std::shared_ptr<C2Info> infoRecord(char kind) {
+    const uint32_t aspectsIndex = kColorAspectsInfoIndex;
+    if (kind == 'S') return host::makeC2Info(aspectsIndex, aspects(1, 1, 3, 1));
+    if (kind == 'H') return host::makeC2Info(aspectsIndex, aspects(1, 6, 6, 9));
+    if (kind == 'L') return host::makeC2Info(aspectsIndex, aspects(1, 9, 7, 9));
+    if (kind == 'P') return host::makeC2Info(kHdr10PlusInfoIndex, {0xB5, 0x00, 0x3C, 0x00, 0x01});
+    if (kind == 'E') return host::makeC2Info(kHdr10PlusInfoIndex, {});
+    if (kind == 'V') return host::makeC2Info(kHdr10PlusInfoIndex, kVividPayload);
+    ADD_FAILURE() << "unknown record " << kind;
+    return nullptr;
+}
 
-std::unique_ptr<C2Work> outputWork(const std::vector<InfoRecord>& infos, bool withBuffer = true) {
-    auto work = std::make_unique<C2Work>();
+// One list handed to onWorkDone: "empty" (no work), "null" (a null work), or one work whose
+// output is "nobuf" (no buffer), "nullbuf" (a null buffer) or one buffer with the records named.
+std::list<std::unique_ptr<C2Work>> workList(const std::string& step) {
+    std::list<std::unique_ptr<C2Work>> list;
+    if (step == "empty") return list;
+    if (step == "null") {
+        list.push_back(nullptr);
+        return list;
+    }
     auto worklet = std::make_unique<C2Worklet>();
-    if (withBuffer) {
+    if (step == "nullbuf") {
+        worklet->output.buffers.push_back(nullptr);
+    } else if (step != "nobuf") {
         auto buffer = std::make_shared<C2Buffer>();
-        for (const InfoRecord& r : infos) buffer->setInfo(host::makeC2Info(r.index, r.payload));
+        for (char kind : step) buffer->setInfo(infoRecord(kind));
         worklet->output.buffers.push_back(buffer);
     }
-    work->worklets.push_back(std::move(worklet));
-    return work;
+    list.push_back(std::make_unique<C2Work>());
+    list.front()->worklets.push_back(std::move(worklet));
+    return list;
 }
 
-class CodecHdrTest : public ::testing::Test {
-  protected:
-    void SetUp() override { test::resetHostWorld(); }
+enum Stream { kHevc, kDolbyVision, kThumbnail, kEncoder, kAudio };
 
-    // Plays a codec through configure, hands it `works` one list at a time, destroys it and
-    // returns the HDR types the feedback received.
-    std::vector<std::string> play(const sp<AMessage>& format, const char* component,
-                                  std::vector<std::unique_ptr<C2Work>> works) {
-        auto h = std::make_unique<CodecHarness>();
-        h->allocate(component);
-        format->setInt64("feedbackKey", 4242);
-        h->configure(format);
-        for (auto& work : works) {
-            std::list<std::unique_ptr<C2Work>> list;
-            list.push_back(std::move(work));
-            h->codec()->onWorkDone(list);
-        }
-        host::HostEvents::clear();
-        h->destroy();
-        h.reset();
-        std::vector<std::string> types;
-        for (const auto& e : host::HostEvents::named("feedback", "sendFeedbackHdrPlaybackInfo")) {
-            EXPECT_EQ(e.field("id"), "4242");
-            EXPECT_EQ(e.field("eventId"), "21004");
-            types.push_back(e.field("hdrType"));
-        }
-        return types;
-    }
-};
-
-TEST_F(CodecHdrTest, InfoRecordsGiveTheType) {
-    const InfoRecord kHdr10{kColorAspectsInfoIndex, aspects(1, 6, 6, 9)};
-    const InfoRecord kHlg{kColorAspectsInfoIndex, aspects(1, 6, 7, 9)};
-    const InfoRecord kSdr{kColorAspectsInfoIndex, aspects(1, 1, 3, 1)};
-    const InfoRecord kVivid{kHdr10PlusInfoIndex, kVividPayload};
-    const InfoRecord kPlus{kHdr10PlusInfoIndex, {0xB5, 0x00, 0x3C, 0x00, 0x01}};
-    const InfoRecord kEmptyPlus{kHdr10PlusInfoIndex, {}};
-    struct Case {
-        const char* name;
-        std::vector<InfoRecord> infos;
-        std::vector<std::string> feedback;
-    };
-    const Case kCases[] = {
-            {"HDR10", {kHdr10}, {"1"}},
-            {"HLG", {kHlg}, {"2"}},
-            {"SDR", {kSdr}, {}},
-            {"no info", {}, {}},
-            {"HDR10+", {kPlus}, {"3"}},
-            {"empty dynamic metadata counts as HDR10+", {kEmptyPlus}, {"3"}},
-            {"HDR Vivid", {kVivid}, {"4"}},
-            // Dynamic metadata overrides the static answer.
-            {"HDR10 with HDR Vivid", {kHdr10, kVivid}, {"4"}},
-            {"HLG with HDR10+", {kHlg, kPlus}, {"3"}},
-    };
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        test::resetHostWorld();
-        std::vector<std::unique_ptr<C2Work>> works;
-        works.push_back(outputWork(c.infos));
-        EXPECT_EQ(play(makeFormat("video/hevc"), "c2.qti.hevc.decoder", std::move(works)),
-                  c.feedback);
-    }
-}
-
-TEST_F(CodecHdrTest, AtMostTwoOutputWorksWithBuffersAreExamined) {
-    const InfoRecord kHlg{kColorAspectsInfoIndex, aspects(1, 9, 7, 9)};
-    const InfoRecord kSdr{kColorAspectsInfoIndex, aspects(1, 1, 3, 1)};
-    struct Case {
-        const char* name;
-        std::vector<int> plan;  // 0: work without buffer, 1: SDR buffer, 2: HLG buffer
-        std::vector<std::string> feedback;
-    };
-    const Case kCases[] = {
-            {"HLG on the second work", {1, 2}, {"2"}},
-            {"HLG on the third work is too late", {1, 1, 2}, {}},
-            {"works without buffers do not count", {0, 0, 1, 0, 2}, {"2"}},
-            {"the first type found stays", {2, 1}, {"2"}},
-    };
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        test::resetHostWorld();
-        std::vector<std::unique_ptr<C2Work>> works;
-        for (int step : c.plan) {
-            works.push_back(step == 0   ? outputWork({}, false)
-                            : step == 1 ? outputWork({kSdr})
-                                        : outputWork({kHlg}));
-        }
-        EXPECT_EQ(play(makeFormat("video/hevc"), "c2.qti.hevc.decoder", std::move(works)),
-                  c.feedback);
-    }
-}
-
-TEST_F(CodecHdrTest, OnlyPlainVideoDecodersAreChecked) {
-    const InfoRecord kVivid{kHdr10PlusInfoIndex, kVividPayload};
-    sp<AMessage> thumbnail = makeFormat("video/hevc", {{"thumbnail-mode", 1}});
-    struct Case {
-        const char* name;
-        sp<AMessage> format;
-        const char* component;
-        std::vector<std::string> feedback;
-    };
-    sp<AMessage> encoder = makeFormat("video/hevc");
-    encoder->setInt32("encoder", 1);
-    const Case kCases[] = {
-            {"decoder", makeFormat("video/hevc"), "c2.qti.hevc.decoder", {"4"}},
-            // Dolby Vision is known from configure and reported as such; buffers cannot change it.
-            {"dolby vision", makeFormat("video/dolby-vision"), "c2.qti.dv.decoder", {"5"}},
-            {"thumbnail", thumbnail, "c2.qti.hevc.decoder", {}},
-            {"encoder", encoder, "c2.qti.hevc.encoder", {}},
-            {"audio", makeFormat("audio/mp4a-latm"), "c2.android.aac.decoder", {}},
-    };
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        test::resetHostWorld();
-        std::vector<std::unique_ptr<C2Work>> works;
-        works.push_back(outputWork({kVivid}));
-        EXPECT_EQ(play(c.format, c.component, std::move(works)), c.feedback);
-    }
-}
-
-TEST_F(CodecHdrTest, EmptyOrMalformedWorkListsAreSkipped) {
+// Plays a codec of `stream` through configure, hands it one list per step of `plan`, destroys it
+// and returns the HDR types the playback feedback received.
+std::vector<std::string> playAndCollectHdrTypes(Stream stream,
+                                                const std::vector<std::string>& plan) {
+    test::resetHostWorld();
+    const char* const kComponents[] = {"c2.qti.hevc.decoder", "c2.qti.dv.decoder",
+                                       "c2.qti.hevc.decoder", "c2.qti.hevc.encoder",
+                                       "c2.android.aac.decoder"};
+    sp<AMessage> format = makeFormat(stream == kDolbyVision ? "video/dolby-vision"
+                                     : stream == kAudio     ? "audio/mp4a-latm"
+                                                            : "video/hevc");
+    if (stream == kThumbnail) format->setInt32("thumbnail-mode", 1);
+    if (stream == kEncoder) format->setInt32("encoder", 1);
+    format->setInt64("feedbackKey", 4242);
     auto h = std::make_unique<CodecHarness>();
-    h->allocate("c2.qti.hevc.decoder");
-    sp<AMessage> format = makeFormat("video/hevc");
-    format->setInt64("feedbackKey", 9);
+    h->allocate(kComponents[stream]);
     h->configure(format);
-    std::list<std::unique_ptr<C2Work>> empty;
-    h->codec()->onWorkDone(empty);
-    std::list<std::unique_ptr<C2Work>> nullWork;
-    nullWork.push_back(nullptr);
-    h->codec()->onWorkDone(nullWork);
-    std::list<std::unique_ptr<C2Work>> nullBuffer;
-    nullBuffer.push_back(outputWork({}, false));
-    nullBuffer.front()->worklets.front()->output.buffers.push_back(nullptr);
-    h->codec()->onWorkDone(nullBuffer);
-    // The null buffer used up one of the two looks; the next work is still examined.
-    std::list<std::unique_ptr<C2Work>> hlg;
-    hlg.push_back(outputWork({{kColorAspectsInfoIndex, aspects(1, 1, 7, 1)}}));
-    h->codec()->onWorkDone(hlg);
+    for (const std::string& step : plan) {
+        std::list<std::unique_ptr<C2Work>> list = workList(step);
+        h->codec()->onWorkDone(list);
+    }
     host::HostEvents::clear();
     h->destroy();
     h.reset();
-    auto sent = host::HostEvents::named("feedback", "sendFeedbackHdrPlaybackInfo");
-    ASSERT_EQ(sent.size(), 1u);
-    EXPECT_EQ(sent[0].field("hdrType"), "2");
+    std::vector<std::string> types;
+    for (const auto& e : host::HostEvents::named("feedback", "sendFeedbackHdrPlaybackInfo")) {
+        EXPECT_EQ(e.field("id"), "4242");
+        EXPECT_EQ(e.field("eventId"), "21004");
+        types.push_back(e.field("hdrType"));
+    }
+    return types;
+}
+
+TEST(CodecHdrTest, FirstOutputWorksGiveTheType) {
+    struct Case {
+        const char* name;
+        Stream stream;
+        std::vector<std::string> plan;
+        std::vector<std::string> feedback;
+    };
+    // clang-format off
+    const Case kCases[] = {
+        {"HDR10", kHevc, {"H"}, {"1"}},
+        {"HLG", kHevc, {"L"}, {"2"}},
+        {"SDR", kHevc, {"S"}, {}},
+        {"no info", kHevc, {""}, {}},
+        {"HDR10+", kHevc, {"P"}, {"3"}},
+        {"empty dynamic metadata counts as HDR10+", kHevc, {"E"}, {"3"}},
+        {"HDR Vivid", kHevc, {"V"}, {"4"}},
+        // Dynamic metadata overrides the static answer.
+        {"HDR10 with HDR Vivid", kHevc, {"HV"}, {"4"}},
+        {"HLG with HDR10+", kHevc, {"LP"}, {"3"}},
+        // At most two output works with buffers are examined.
+        {"HLG on the second work", kHevc, {"S", "L"}, {"2"}},
+        {"HLG on the third work is too late", kHevc, {"S", "S", "L"}, {}},
+        {"works without buffers do not count", kHevc, {"nobuf", "nobuf", "S", "nobuf", "L"}, {"2"}},
+        {"the first type found stays", kHevc, {"L", "S"}, {"2"}},
+        // The null buffer uses up one of the two looks; the next work is still examined.
+        {"empty or malformed lists are skipped", kHevc, {"empty", "null", "nullbuf", "L"}, {"2"}},
+        // Dolby Vision is known from configure and reported as such; buffers cannot change it.
+        {"dolby vision", kDolbyVision, {"V"}, {"5"}},
+        {"thumbnail", kThumbnail, {"V"}, {}},
+        {"encoder", kEncoder, {"V"}, {}},
+        {"audio", kAudio, {"V"}, {}},
+    };
+    // clang-format on
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(playAndCollectHdrTypes(c.stream, c.plan), c.feedback);
+    }
 }
 
 }  // namespace

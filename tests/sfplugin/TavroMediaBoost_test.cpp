@@ -3,14 +3,10 @@
 // request reaches the boost service as the parcel the service reads.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,7 +19,6 @@
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "sfplugin/TavroVideoTaskBoost.h"
 #include "support/CodecTestHarness.h"
-#include "whitelist/TavroSystemProbe.h"
 
 namespace android {
 namespace {
@@ -36,7 +31,6 @@ constexpr int64_t kSecondUs = 1000000;
 int32_t ownPid() {
     return static_cast<int32_t>(getpid());
 }
-
 int32_t ownTid() {
     return static_cast<int32_t>(syscall(SYS_gettid));
 }
@@ -75,13 +69,18 @@ std::vector<int32_t> triples(std::initializer_list<int32_t> tids, int32_t sched)
     return out;
 }
 
+// A blank world on a device the boost entries are written for.
+void resetDevice() {
+    test::resetHostWorld();
+    host::HostProperties::set("ro.hardware", "qcom");
+    host::HostProperties::set("ro.build.device_family", "SM8550");
+    host::HostProperties::set("ro.boot.prjname", "p1");
+}
+
 class TavroMediaBoostTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
-        test::resetHostWorld();
-        host::HostProperties::set("ro.hardware", "qcom");
-        host::HostProperties::set("ro.build.device_family", "SM8550");
-        host::HostProperties::set("ro.boot.prjname", "p1");
+        resetDevice();
         h = std::make_unique<CodecHarness>();
     }
 
@@ -170,32 +169,29 @@ TEST_F(TavroMediaBoostTest, RequestFieldsTable) {
         int32_t ddr;
         std::vector<int32_t> uclamp;
     };
+    const char* const kAvc = "c2.qti.avc.decoder";
+    // clang-format off
     const Case kCases[] = {
-            {"sched fallback", "sched=3", "", "c2.qti.avc.decoder", "video/avc", true, false, 3,
-             0, {}},
-            {"secure gets ddr", "schedVideo=2,ddrFreq=1555000", "", "c2.qti.avc.decoder.secure",
-             "video/avc", true, false, 2, 1555000, {}},
-            {"not secure: no ddr", "schedVideo=2,ddrFreq=1555000", "", "c2.qti.avc.decoder",
-             "video/avc", true, false, 2, 0, {}},
-            {"vendor boost only", "vendorBoost=1", "", "c2.qti.avc.decoder", "video/avc", true,
-             true, -1, 0, {}},
-            {"audio-only entry on video", "isVideo=0,sched=3", "", "c2.qti.avc.decoder",
-             "video/avc", false, false, -1, 0, {}},
-            {"uclamp by index", "schedVideo=1", "minUclamp=512,uclampTids=0+5,isVideo=1",
-             "c2.qti.avc.decoder", "video/avc", true, false, 1, 0, {555, 512}},
-            {"no entry anywhere", "", "", "c2.qti.avc.decoder", "video/avc", false, false, -1, 0,
-             {}},
-            // Audio has no thread of its own to boost: sched alone (or software thread names
-            // alone) makes an empty request.
-            {"audio sched without threads", "sched=3,swThreads=a+b", "", "c2.android.aac.decoder",
-             "audio/mp4a-latm", false, false, -1, 0, {}},
+        {"sched fallback", "sched=3", "", kAvc, "video/avc", true, false, 3, 0, {}},
+        {"secure gets ddr", "schedVideo=2,ddrFreq=1555000", "", "c2.qti.avc.decoder.secure",
+         "video/avc", true, false, 2, 1555000, {}},
+        {"not secure: no ddr", "schedVideo=2,ddrFreq=1555000", "", kAvc, "video/avc", true, false,
+         2, 0, {}},
+        {"vendor boost only", "vendorBoost=1", "", kAvc, "video/avc", true, true, -1, 0, {}},
+        {"audio-only entry on video", "isVideo=0,sched=3", "", kAvc, "video/avc", false, false, -1,
+         0, {}},
+        {"uclamp by index", "schedVideo=1", "minUclamp=512,uclampTids=0+5,isVideo=1", kAvc,
+         "video/avc", true, false, 1, 0, {555, 512}},
+        {"no entry anywhere", "", "", kAvc, "video/avc", false, false, -1, 0, {}},
+        // Audio has no thread of its own to boost: sched alone (or software thread names alone)
+        // makes an empty request.
+        {"audio sched without threads", "sched=3,swThreads=a+b", "", "c2.android.aac.decoder",
+         "audio/mp4a-latm", false, false, -1, 0, {}},
     };
+    // clang-format on
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
-        test::resetHostWorld();
-        host::HostProperties::set("ro.hardware", "qcom");
-        host::HostProperties::set("ro.build.device_family", "SM8550");
-        host::HostProperties::set("ro.boot.prjname", "p1");
+        resetDevice();
         if (*c.ux) host::HostProperties::set("debug.codec.ux", c.ux);
         if (*c.cpu) host::HostProperties::set("debug.cpu.boost", c.cpu);
         CodecHarness local;
@@ -266,16 +262,6 @@ TEST_F(TavroMediaBoostTest, BoostAppPostsATaskBoostOnlyWhileRunning) {
     EXPECT_EQ(sent[0].task.threadNames, (std::vector<std::string>{"RenderThread", "GLThread"}));
 }
 
-TEST_F(TavroMediaBoostTest, MissingBoostServiceLogsAndSendsNothing) {
-    host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
-    TavroVideoBoost::setAvailableForTesting(false);
-    playDecoder();
-    setRate(60.0f);
-    EXPECT_TRUE(sentRequests().empty());
-    EXPECT_EQ(host::HostLog::count("videoboost: fail to get TavroVideoBoost::getInstance()"), 1u);
-    EXPECT_EQ(host::HostLog::count("Failed to init video boost params."), 1u);
-}
-
 TEST_F(TavroMediaBoostTest, ReconfigureWhileBoostedStartsOverFromAFreshRequest) {
     host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
     playDecoder();
@@ -298,6 +284,7 @@ TEST(TavroBoostParcelTest, BoostParamsBytesAndRoundTrip) {
     params.swThreads = {"ab"};
     Parcel parcel;
     ASSERT_EQ(params.writeToParcel(&parcel), OK);
+    // clang-format off
     const std::vector<uint8_t> expected = {
             1, 0, 0, 0,                                      // needVendorBoost
             2, 0, 0, 0,                                      // sched
@@ -307,6 +294,7 @@ TEST(TavroBoostParcelTest, BoostParamsBytesAndRoundTrip) {
             0, 0, 0, 0,                                      // uclampThreads
             1, 0, 0, 0, 2, 0, 0, 0, 'a', 0, 'b', 0, 0, 0, 0, 0,  // swThreads
     };
+    // clang-format on
     ASSERT_EQ(parcel.dataSize(), expected.size());
     EXPECT_EQ(std::vector<uint8_t>(parcel.data(), parcel.data() + parcel.dataSize()), expected);
 

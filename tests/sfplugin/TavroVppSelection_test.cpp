@@ -3,10 +3,6 @@
 // watch, the interlace check, the app's switch and the tone-mapping request.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,7 +15,6 @@
 
 #include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroConfigureTestSupport.h"
-#include "whitelist/TavroSystemProbe.h"
 
 namespace android {
 namespace {
@@ -52,29 +47,12 @@ struct VppCase {
     std::vector<Key> input = {};
 };
 
+// Decoders run with plenty of free memory unless a case says otherwise.
 class TavroVppSelectionTest : public ConfigureFixture {
   protected:
-    static void SetUpTestSuite() {
-        char pattern[] = "/tmp/tavro-vpp-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        sProcRoot = pattern;
-    }
-    static void TearDownTestSuite() {
-        std::error_code error;
-        std::filesystem::remove_all(sProcRoot, error);
-    }
     void SetUp() override {
         ConfigureFixture::SetUp();
-        setMemAvailableKb(4000000);
-        setProcRootForTesting(sProcRoot);
-    }
-    void TearDown() override {
-        ConfigureFixture::TearDown();
-        setProcRootForTesting("");
-    }
-    static void setMemAvailableKb(int64_t kb) {
-        std::ofstream(sProcRoot + "/meminfo") << "MemTotal:       12000000 kB\n"
-                                              << "MemAvailable:   " << kb << " kB\n";
+        useProcRoot();
     }
     static std::string ffLine(int enable, int32_t value) {
         return String8::format(kLogFFModeStatus, "cheekFFModeStatus", 416, enable, value).c_str();
@@ -92,37 +70,31 @@ class TavroVppSelectionTest : public ConfigureFixture {
             EXPECT_EQ(c.scanChecks, CodecHarness::events("analysis", "checkScanType").size());
         }
     }
-
-    static std::string sProcRoot;
 };
-
-std::string TavroVppSelectionTest::sProcRoot;
 
 // clang-format off
 TEST_F(TavroVppSelectionTest, WhiteListValueAndEngineKeys) {
+    auto srOn = [](const char* v) { return Props{{"debug.tavro.sr.on", v}}; };
     run({
-        {"decimal 3", listed("3"), engine(3) + std::vector<Key>{white(3)}, 1, 3, 1},
+        {"decimal 3", listed("3"), engine(3) + white(3), 1, 3, 1},
         {"decimal 10 has bit 1 set; the white list reads it as hex", listed("10"),
-         engine(10) + std::vector<Key>{white(16)}, 1, 16, 1},
+         engine(10) + white(16), 1, 16, 1},
         {"4 leaves the engine off", listed("4"), {white(4)}, 1, 4, 1},
-        {"4 with the debug switch", listed("4"), engine(4) + std::vector<Key>{white(4)}, 1, 4, 1,
-         {{"debug.tavro.sr.on", "1"}}},
-        {"debug switch alone", {}, engine(0) + std::vector<Key>{white(0)}, 0, 0, 0,
-         {{"debug.tavro.sr.on", "2"}}},
-        {"debug switch not a number", {}, {white(0)}, 0, 0, 0, {{"debug.tavro.sr.on", "on"}}},
-        {"0x1f: decimal 0, then hex", listed("0x1f"), engine(31) + std::vector<Key>{white(31)}, 1,
-         31, 1},
+        {"4 with the debug switch", listed("4"), engine(4) + white(4), 1, 4, 1, srOn("1")},
+        {"debug switch alone", {}, engine(0) + white(0), 0, 0, 0, srOn("2")},
+        {"debug switch not a number", {}, {white(0)}, 0, 0, 0, srOn("on")},
+        {"0x1f: decimal 0, then hex", listed("0x1f"), engine(31) + white(31), 1, 31, 1},
         {"abc: hex 0xabc, low bits clear", listed("abc"), {white(0xabc)}, 1, 0xabc, 1},
         {"not a number", listed("zz"), {white(0)}, 0, 0, 0},
         {"huge number keeps its low 32 bits", listed("99999999999999999999"),
-         engine(-1) + std::vector<Key>{white(-1)}, 1, -1, 1},
+         engine(-1) + white(-1), 1, -1, 1},
         {"listed for the app uid, looked up by the binder uid", {byUid(kWhiteList, kAppUid, "3")},
          {white(0)}, 0, 0, 0},
         {"top activity, for V2 only", {byActivity(kWhiteList, "2a")}, {white(0x2a)}, 1, 0x2a, 1},
-        {"hevc has no interlace check", listed("3"), engine(3) + std::vector<Key>{white(3)}, 1, 3,
-         0, {}, "video/hevc"},
+        {"hevc has no interlace check", listed("3"), engine(3) + white(3), 1, 3, 0, {},
+         "video/hevc"},
         {"mime in capitals: video, but the watch wants \"video/\"", listed("3"),
-         engine(3) + std::vector<Key>{white(3)}, 0, 3, 1, {}, "VIDEO/AVC"},
+         engine(3) + white(3), 0, 3, 1, {}, "VIDEO/AVC"},
     });
 }
 
@@ -134,17 +106,16 @@ TEST_F(TavroVppSelectionTest, ListTypeChoosesTheWhiteList) {
                                           byUid("sr-lumo-whitelist-del-ugc", kBinderUid, "c")};
     auto type = [](const char* t) { return Props{{"ro.tavro.vpplisttype", t}}; };
     run({
-        {"default", lists, engine(5) + std::vector<Key>{white(5)}, 1, 5, 1},
-        {"read-only type", lists, engine(3) + std::vector<Key>{white(3)}, 1, 3, 1, type("720p")},
-        {"persistent type", lists, engine(7) + std::vector<Key>{white(7)}, 1, 7, 1,
+        {"default", lists, engine(5) + white(5), 1, 5, 1},
+        {"read-only type", lists, engine(3) + white(3), 1, 3, 1, type("720p")},
+        {"persistent type", lists, engine(7) + white(7), 1, 7, 1,
          {{"persist.tavro.vpplisttype", "new"}}},
-        {"read-only wins", lists, engine(3) + std::vector<Key>{white(3)}, 1, 3, 1,
+        {"read-only wins", lists, engine(3) + white(3), 1, 3, 1,
          type("720p") + Props{{"persist.tavro.vpplisttype", "new"}}},
-        {"480p_V1: \"b\" is 11 in both readings", lists, engine(11) + std::vector<Key>{white(11)},
-         1, 11, 1, type("480p_V1")},
+        {"480p_V1: \"b\" is 11 in both readings", lists, engine(11) + white(11), 1, 11, 1,
+         type("480p_V1")},
         {"del_ugc", lists, {white(0xc)}, 1, 0xc, 1, type("del_ugc")},
-        {"odm uses the default list", lists, engine(5) + std::vector<Key>{white(5)}, 1, 5, 1,
-         type("odm")},
+        {"odm uses the default list", lists, engine(5) + white(5), 1, 5, 1, type("odm")},
         {"unknown type names no list", lists, {white(0)}, 0, 0, 0, type("weird")},
     });
 }
@@ -156,12 +127,10 @@ TEST_F(TavroVppSelectionTest, ControlByAppAndTheOdmTable) {
     const ListEntry control5 = byUid("sr-lumo-control-by-app", kBinderUid, "5");
     const ListEntry three = byUid(kWhiteList, kBinderUid, "3");
     run({
-        {"control list wins over the white list", {control5, three},
-         engine(3) + std::vector<Key>{white(5)}, 1, 5, 1},
+        {"control list wins over the white list", {control5, three}, engine(3) + white(5), 1, 5, 1},
         {"empty control value skips the white list",
-         {byUid("sr-lumo-control-by-app", kBinderUid, ""), three},
-         engine(3) + std::vector<Key>{white(0)}, 0, 0, 0},
-        {"control off", {control5, three}, engine(3) + std::vector<Key>{white(3)}, 1, 3, 1,
+         {byUid("sr-lumo-control-by-app", kBinderUid, ""), three}, engine(3) + white(0), 0, 0, 0},
+        {"control off", {control5, three}, engine(3) + white(3), 1, 3, 1,
          {{"ro.tavro.vpp.control.by.app", "0"}}},
         {"odm hit", {}, {white(0x1f)}, 1, 0x1f, 1, odm("com.example.app#1f#com.c#0")},
         {"odm second pair", {}, {white(0xb)}, 1, 0xb, 1, odm("com.other#3#com.example.app#b")},
@@ -177,10 +146,10 @@ TEST_F(TavroVppSelectionTest, ControlByAppAndTheOdmTable) {
           {"persist.tavro.vpplist.odm.value", "com.example.app#9"}}},
         {"odm ignored for the default type", {}, {white(0)}, 0, 0, 0,
          {{"ro.tavro.vpplist.odm.value", "com.example.app#9"}}},
-        {"white list overrides odm under control", {three},
-         engine(3) + std::vector<Key>{white(3)}, 1, 3, 1, odm("com.example.app#1f")},
-        {"odm hit stands without control", {three}, engine(3) + std::vector<Key>{white(0x1f)}, 1,
-         0x1f, 1, odm("com.example.app#1f") + Props{{"ro.tavro.vpp.control.by.app", "0"}}},
+        {"white list overrides odm under control", {three}, engine(3) + white(3), 1, 3, 1,
+         odm("com.example.app#1f")},
+        {"odm hit stands without control", {three}, engine(3) + white(0x1f), 1, 0x1f, 1,
+         odm("com.example.app#1f") + Props{{"ro.tavro.vpp.control.by.app", "0"}}},
     });
 }
 
@@ -188,6 +157,7 @@ TEST_F(TavroVppSelectionTest, ChipAndMimeRules) {
     const Props sm8650 = {{"ro.soc.model", "SM8650"}};
     const Key noFence = i32("vendor.qti-ext-output-fence.enable", 0);
     const Key byteBuffer = i32("vendor.ext-dec-bytebuffer-mode.value", 1);
+    const Key noDelay = i32("tavro.input_delay", 0);
     run({
         {"av01 on SM8650: no output fence", listed("8"), {white(8), noFence}, 1, 8, 0, sm8650,
          "video/av01"},
@@ -196,21 +166,19 @@ TEST_F(TavroVppSelectionTest, ChipAndMimeRules) {
         {"av01 on another chip", listed("8"), {white(8)}, 1, 8, 0, {{"ro.soc.model", "SM8550"}},
          "video/av01"},
         {"av01 without post-processing", {}, {white(0)}, 0, 0, 0, sm8650, "video/av01"},
-        {"qcom hardware: no input delay", listed("3"),
-         engine(3) + std::vector<Key>{white(3), i32("tavro.input_delay", 0)}, 1, 3, 1,
+        {"qcom hardware: no input delay", listed("3"), engine(3) + white(3) + noDelay, 1, 3, 1,
          {{"ro.hardware", "qcom"}}},
-        {"QCOM prefix, any case", listed("3"),
-         engine(3) + std::vector<Key>{white(3), i32("tavro.input_delay", 0)}, 1, 3, 1,
+        {"QCOM prefix, any case", listed("3"), engine(3) + white(3) + noDelay, 1, 3, 1,
          {{"ro.hardware", "QCOM-x"}}},
-        {"other hardware keeps its delay", listed("3"), engine(3) + std::vector<Key>{white(3)}, 1,
-         3, 1, {{"ro.hardware", "mt6989"}}},
-        {"dolby vision is never post-processed", listed("3"),
-         engine(3) + std::vector<Key>{white(0), byteBuffer}, 0, 0, 0, {}, "video/dolby-vision"},
+        {"other hardware keeps its delay", listed("3"), engine(3) + white(3), 1, 3, 1,
+         {{"ro.hardware", "mt6989"}}},
+        {"dolby vision is never post-processed", listed("3"), engine(3) + white(0) + byteBuffer, 0,
+         0, 0, {}, "video/dolby-vision"},
         // The app's 9 is written back as it came: not a change.
-        {"dolby vision with the app's value", listed("3"), engine(3) + std::vector<Key>{byteBuffer},
-         1, 9, 0, {}, "video/dolby-vision", {white(9)}},
-        {"app's int64 value keeps its low 32 bits", listed("3"),
-         engine(3) + std::vector<Key>{white(7)}, 1, 7, 1, {}, "video/avc", {white(0x100000007LL)}},
+        {"dolby vision with the app's value", listed("3"), engine(3) + byteBuffer, 1, 9, 0, {},
+         "video/dolby-vision", {white(9)}},
+        {"app's int64 value keeps its low 32 bits", listed("3"), engine(3) + white(7), 1, 7, 1, {},
+         "video/avc", {white(0x100000007LL)}},
         {"app's int32 value becomes int64", {}, {white(9)}, 1, 9, 0, {}, "video/avc",
          {i32("vendor.tavro.vpp.white.list.value", 9)}},
         {"app's zero turns it off", listed("3"), engine(3), 0, 0, 1, {}, "video/avc", {white(0)}},
@@ -228,14 +196,14 @@ TEST_F(TavroVppSelectionTest, LowMemorySwitchesTheWholeSelectionOff) {
     };
     const MemCase cases[] = {
             {"low and listed", 1048575, listed("3"), {}, true},
-            {"at the line", 1048576, listed("3"), engine(3) + std::vector<Key>{white(3)}, false},
+            {"at the line", 1048576, listed("3"), engine(3) + white(3), false},
             {"low but not listed", 1000, {}, {white(0)}, false},
             {"low with an empty value", 1000, listed(""), {white(0)}, false},
     };
     for (const MemCase& c : cases) {
         SCOPED_TRACE(c.name);
         SetUp();
-        setMemAvailableKb(c.availKb);
+        useProcRoot(c.availKb);
         setLists(c.lists);
         sp<AMessage> format = appFormat("video/avc", {});
         expectChanges(format, configure(kDecoder, format), c.changed);
@@ -278,18 +246,15 @@ TEST_F(TavroVppSelectionTest, AppSwitchAtConfigureAndAtRunTime) {
         SCOPED_TRACE(c.name);
         SetUp();
         sp<AMessage> format = appFormat("video/avc", c.input);
-        expectChanges(format, configure(kDecoder, format), c.changed + std::vector<Key>{white(0)});
+        expectChanges(format, configure(kDecoder, format), c.changed + white(0));
 
         // At run time the parameters reach the base with the switch added.
         sp<AMessage> params = new AMessage();
         setKeys(params, c.input);
         mHarness->codec()->signalSetParameters(params->dup());
         mHarness->runPending();
-        sp<AMessage> received;
-        for (const CCodec::Call& call : mHarness->codec()->callsForTesting()) {
-            if (call.name == "signalSetParameters") received = call.msg;
-        }
-        expectChanges(params, received, c.changed);
+        const std::vector<sp<AMessage>> sets = setParameterCalls();
+        expectChanges(params, sets.empty() ? nullptr : sets.back(), c.changed);
         // Logged at configure and again at run time.
         EXPECT_EQ(c.changed.empty() ? 0u : 2u,
                   host::HostLog::count("[configTavroVppSwitchByApp:L841] iSrEnableValue = "));
@@ -352,7 +317,7 @@ TEST_F(TavroVppSelectionTest, UntrustedListValuesAreReadWithinTheirBuffer) {
     setLists(listed("3"));
     host::HostListService::setFault(host::HostListService::Fault::kUnterminated);
     sp<AMessage> format = appFormat("video/avc", {});
-    expectChanges(format, configure(kDecoder, format), engine(-1) + std::vector<Key>{white(-1)});
+    expectChanges(format, configure(kDecoder, format), engine(-1) + white(-1));
 
     // A service that answers nothing: no value from any list.
     SetUp();
