@@ -63,11 +63,9 @@ TEST(TavroBoostInfoCheckerTest, WarnsAboutWhatTheGrammarSilentlyAccepts) {
 }
 
 TEST(TavroBoostInfoCheckerTest, MessagesSayWhatIsRead) {
-    struct Case {
-        std::string text;
-        std::string message;
-    };
-    const Case kCases[] = {
+    const struct {
+        std::string text, message;
+    } kCases[] = {
             {"limitWidth=720p",
              "'limitWidth=720p' reads as 720: the text after the number is ignored"},
             {"bitrate=3000000000",
@@ -82,7 +80,7 @@ TEST(TavroBoostInfoCheckerTest, MessagesSayWhatIsRead) {
              "'schedAudio=loud' is not a 32-bit number: the library rejects the whole string "
              "(\"Rejected boost info\") and the rule gives no boost"},
     };
-    for (const Case& c : kCases) {
+    for (const auto& c : kCases) {
         SCOPED_TRACE(c.text);
         const TavroBoostInfoCheck check = checkTavroBoostInfo(c.text);
         ASSERT_FALSE(check.findings.empty());
@@ -114,44 +112,33 @@ TEST(TavroBoostInfoCheckerTest, RecordIsTheLibrarysParse) {
     EXPECT_NE(text.find("result: 2 warning(s), 0 error(s)\n"), std::string::npos);
 }
 
-struct ConditionCase {
-    const char* name;
-    std::string rule;
-    std::string media;
-    std::string device;
-    bool applies;
-    std::string firstFailure;
-    bool cluster;
-};
-
 TEST(TavroBoostInfoCheckerTest, ConditionsNameTheFailingOne) {
-    const ConditionCase kCases[] = {
-            {"defaults apply everywhere", "sched=2", "mime=audio/aac", "", true, "", false},
-            {"soc substring", "cpu=QXSM8475+QXSM8550,isVideo=1", "mime=video/avc", "cpu=SM8550",
-             true, "", true},
-            {"soc mismatch", "cpu=QXSM8475,isVideo=1", "mime=video/avc", "cpu=MT6989", false, "soc",
-             false},
-            {"vendor mismatch", "vendor=mtk", "mime=video/avc", "vendor=qcom", false, "vendor",
-             false},
-            {"unknown bitrate passes", "bitrate=2000000", "mime=video/avc", "", true, "", true},
-            {"bitrate below", "bitrate=2000000", "mime=video/avc,bitrate=1500000", "", false,
-             "bitrate", false},
-            {"first failure wins", "bitrate=2000000,limitWidth=1920,limitHeight=1080",
+    const struct {
+        std::string rule, media, device;
+        bool applies;
+        std::string firstFailure;
+        bool cluster;
+    } kCases[] = {
+            {"sched=2", "mime=audio/aac", "", true, "", false},
+            {"cpu=QXSM8475+QXSM8550,isVideo=1", "mime=video/avc", "cpu=SM8550", true, "", true},
+            {"cpu=QXSM8475,isVideo=1", "mime=video/avc", "cpu=MT6989", false, "soc", false},
+            {"vendor=mtk", "mime=video/avc", "vendor=qcom", false, "vendor", false},
+            {"bitrate=2000000", "mime=video/avc", "", true, "", true},
+            {"bitrate=2000000", "mime=video/avc,bitrate=1500000", "", false, "bitrate", false},
+            {"bitrate=2000000,limitWidth=1920,limitHeight=1080",
              "mime=video/avc,bitrate=1,width=1280,height=720", "", false, "bitrate", false},
-            {"portrait area", "limitWidth=1920,limitHeight=1080",
-             "mime=video/avc,width=1080,height=1920", "", true, "", true},
-            {"decoder rule, encoder media", "isEncoder=0", "mime=video/avc,comp=c2.x.encoder", "",
-             false, "isEncoder", false},
-            {"codec id", "codecId=7", "mime=video/avc,codecId=8", "", false, "codecId", false},
-            {"video rule, audio media", "isVideo=1", "mime=audio/aac", "", false, "track", false},
-            {"audio sample rate", "isVideo=0,sampleRate=48000", "mime=audio/aac,sampleRate=44100",
-             "", false, "sampleRate", false},
-            {"audio rule gets cluster", "isVideo=0,cluster0Min=1", "mime=audio/aac", "", true, "",
-             true},
-            {"media neither", "sched=1", "mime=video/avc,isVideo=2", "", false, "track", false},
+            {"limitWidth=1920,limitHeight=1080", "mime=video/avc,width=1080,height=1920", "", true,
+             "", true},
+            {"isEncoder=0", "mime=video/avc,comp=c2.x.encoder", "", false, "isEncoder", false},
+            {"codecId=7", "mime=video/avc,codecId=8", "", false, "codecId", false},
+            {"isVideo=1", "mime=audio/aac", "", false, "track", false},
+            {"isVideo=0,sampleRate=48000", "mime=audio/aac,sampleRate=44100", "", false,
+             "sampleRate", false},
+            {"isVideo=0,cluster0Min=1", "mime=audio/aac", "", true, "", true},
+            {"sched=1", "mime=video/avc,isVideo=2", "", false, "track", false},
     };
-    for (const ConditionCase& c : kCases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.rule + " / " + c.media + " / " + c.device);
         TavroMediaInfo media;
         TavroDeviceDescription device;
         std::string error;

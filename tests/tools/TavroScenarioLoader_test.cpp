@@ -1,7 +1,9 @@
 #include "tools/sim/TavroScenarioLoader.h"
 
 #include <string>
+#include <tuple>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tools/ToolsTestSupport.h"
@@ -10,6 +12,11 @@ namespace android {
 namespace {
 
 using test::ScratchDir;
+using ::testing::_;
+using ::testing::ElementsAre;
+using ::testing::FieldsAre;
+using ::testing::FloatEq;
+using ::testing::Pair;
 
 // A valid document with `events` (JSON array text) and extra top-level members.
 std::string doc(const std::string& events, const std::string& extra = "") {
@@ -172,58 +179,36 @@ TEST(TavroScenarioLoaderTest, ReadsEveryPartOfAScenario) {
         {"event": "advance", "ms": 1500},
         {"event": "shutdown", "keep_allocated": true}
       ]})";
+    using Key = TavroListEntry::Key;
+    using Type = TavroTypedValue::Type;
     TavroScenario s = loadTavroScenarioText(text, "t.json", "");
-    EXPECT_EQ(s.process.name, "mediaserver");
-    EXPECT_TRUE(s.process.hasCaller);
-    EXPECT_EQ(s.process.callerUid, 10150);
-    EXPECT_EQ(s.process.callerPid, 5000);
-    EXPECT_EQ(s.process.topActivity, "a/.B");
+    EXPECT_THAT(s.process, FieldsAre("mediaserver", 10, 1013, true, 10150, 5000, "a/.B"));
     ASSERT_EQ(s.lists.size(), 1u);
-    ASSERT_EQ(s.lists[0].entries.size(), 4u);
-    EXPECT_EQ(s.lists[0].entries[0].key, TavroListEntry::Key::kUid);
-    EXPECT_EQ(s.lists[0].entries[0].value, "sched=2");
-    EXPECT_EQ(s.lists[0].entries[1].key, TavroListEntry::Key::kPid);
-    EXPECT_EQ(s.lists[0].entries[1].value, "");
-    EXPECT_EQ(s.lists[0].entries[3].key, TavroListEntry::Key::kActivity);
-    EXPECT_EQ(s.proc.threads[0].tid, 11);
-    EXPECT_EQ(s.proc.memAvailableKb, 2048);
-    EXPECT_EQ(s.proc.processes[0].name, "com.app");
-    EXPECT_EQ(s.analysis.scanType, 1);
-    EXPECT_EQ(s.analysis.fpsUseCount, 7);
-
-    const TavroTypedMap& format = s.events[0].format;
-    ASSERT_EQ(format.size(), 5u);
-    EXPECT_EQ(format[0].first, "mime");
-    EXPECT_EQ(format[0].second.type, TavroTypedValue::Type::kString);
-    EXPECT_EQ(format[1].second.type, TavroTypedValue::Type::kInt32);
-    EXPECT_EQ(format[1].second.intValue, 1920);
-    EXPECT_EQ(format[2].second.type, TavroTypedValue::Type::kInt64);
-    EXPECT_EQ(format[3].second.type, TavroTypedValue::Type::kFloat);
-    EXPECT_FLOAT_EQ(format[3].second.floatValue, 29.97f);
-    EXPECT_EQ(format[4].second.type, TavroTypedValue::Type::kString);
-    EXPECT_EQ(format[4].second.stringValue, "7");
+    EXPECT_THAT(s.lists[0].entries,
+                ElementsAre(FieldsAre(Key::kUid, 1013, _, "sched=2"),
+                            FieldsAre(Key::kPid, 10, _, ""), FieldsAre(Key::kName, _, "n", "v"),
+                            FieldsAre(Key::kActivity, _, "a/.B", "")));
+    EXPECT_THAT(s.proc, FieldsAre(ElementsAre(FieldsAre(11, "render")), true, 2048,
+                                  ElementsAre(FieldsAre(5000, "com.app"))));
+    EXPECT_THAT(s.analysis, FieldsAre(true, 1, true, 7));
+    EXPECT_THAT(s.events[0].format,
+                ElementsAre(Pair("mime", FieldsAre(Type::kString, _, _, "video/avc")),
+                            Pair("width", FieldsAre(Type::kInt32, 1920, _, _)),
+                            Pair("calling-uid", FieldsAre(Type::kInt64, 10150, _, _)),
+                            Pair("frame-rate", FieldsAre(Type::kFloat, _, FloatEq(29.97f), _)),
+                            Pair("s", FieldsAre(Type::kString, _, _, "7"))));
 
     const TavroScenarioEvent& out = s.events[1];
     EXPECT_EQ(out.flags, 0x80000001u);
-    EXPECT_TRUE(out.hdr.hasColorAspects);
-    EXPECT_EQ(out.hdr.primaries, 6u);
-    EXPECT_EQ(out.hdr.transfer, 7u);
-    EXPECT_EQ(out.hdr.range, 0u);
-    EXPECT_EQ(out.hdr.hdr10Plus, (std::vector<uint8_t>{0x26, 0x00, 0x04}));
-    ASSERT_EQ(out.configUpdate.size(), 2u);
-    EXPECT_EQ(out.configUpdate[0].index, 0xA0018602u);
-    EXPECT_EQ(out.configUpdate[0].payload, (std::vector<uint8_t>{'h', 'i', 0}));
-    EXPECT_FALSE(out.configUpdate[0].hasSize);
-    EXPECT_EQ(out.configUpdate[1].payload, (std::vector<uint8_t>{0xfe, 0xff, 0xff, 0xff}));
-    EXPECT_EQ(out.configUpdate[1].size, 20u);
+    EXPECT_THAT(out.hdr, FieldsAre(true, 0u, 6u, 7u, 0u, true, ElementsAre(0x26, 0x00, 0x04)));
+    EXPECT_THAT(out.configUpdate,
+                ElementsAre(FieldsAre(0xA0018602u, ElementsAre('h', 'i', 0), false, _),
+                            FieldsAre(7u, ElementsAre(0xfe, 0xff, 0xff, 0xff), true, 20u)));
 
-    const TavroScenarioEvent& clip = s.events[2];
-    EXPECT_EQ(clip.count, 4);
-    EXPECT_DOUBLE_EQ(clip.speed, 1.0);
-    EXPECT_EQ(clip.drops, 0);
-    EXPECT_FALSE(clip.hasStartUs);
-    EXPECT_TRUE(clip.renderFrames);
-    EXPECT_EQ(clip.bytes, 4096);
+    const TavroScenarioEvent& clip = s.events[2];  // with the defaults
+    EXPECT_THAT(std::tie(clip.count, clip.speed, clip.drops, clip.hasStartUs, clip.renderFrames,
+                         clip.bytes),
+                FieldsAre(4, 1.0, 0, false, true, 4096));
     EXPECT_EQ(s.events[3].advanceUs, 1500000);
     EXPECT_TRUE(s.events[4].keepAllocated);
     EXPECT_EQ(s.events[4].where, "events[4]");

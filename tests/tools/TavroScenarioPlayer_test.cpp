@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tools/ToolsTestSupport.h"
@@ -18,12 +19,15 @@ using test::indexOf;
 using test::named;
 using test::ScratchDir;
 using test::texts;
+using ::testing::Contains;
 
-constexpr char kHeader[] =
-        R"("properties": {"ro.hardware": "qcom", "ro.build.device_family": "QXSM8550",
-                                 "ro.boot.prjname": "22001"},)";
+constexpr char kApp[] = R"("process": {"name": "com.app", "pid": 4321, "uid": 10123},)";
 
-TavroTrace playText(const std::string& text, TavroSimOptions options = {}) {
+// Plays {process, the qcom / QXSM8550 / 22001 platform, rest}.
+TavroTrace play(const std::string& process, const std::string& rest, TavroSimOptions options = {}) {
+    const std::string text = "{" + process + R"("properties": {"ro.hardware": "qcom",
+        "ro.build.device_family": "QXSM8550", "ro.boot.prjname": "22001"},)" +
+                             rest + "}";
     TavroScenario scenario = loadTavroScenarioText(text, "t.json", "");
     TavroTrace trace;
     std::string error;
@@ -34,9 +38,7 @@ TavroTrace playText(const std::string& text, TavroSimOptions options = {}) {
 TEST(TavroScenarioPlayerTest, ProcessIdsStandForTheRealProcess) {
     // The list is keyed by the scenario's uid and the format names the same uid as the caller:
     // both become the real uid, so the destructor finds the codec in video-statistics.
-    const TavroTrace trace = playText(std::string(R"({
-      "process": {"name": "com.app", "pid": 4321, "uid": 10123},)") +
-                                      kHeader + R"(
+    const TavroTrace trace = play(kApp, R"(
       "lists": {"video-statistics": [{"uid": 10123}]},
       "component": "c2.qti.avc.decoder",
       "events": [
@@ -44,11 +46,9 @@ TEST(TavroScenarioPlayerTest, ProcessIdsStandForTheRealProcess) {
         {"event": "configure", "format": {"mime": "video/avc", "calling-uid": {"int64": 10123}}},
         {"event": "input", "time_us": 0},
         {"event": "destroy"}
-      ]})");
-    const std::vector<std::string> feedback = texts(trace, "feedback");
-    EXPECT_NE(std::find(feedback.begin(), feedback.end(),
-                        "pushFeedbackInfo id=codec key=inPutCount value=1 flag=0"),
-              feedback.end());
+      ])");
+    EXPECT_THAT(texts(trace, "feedback"),
+                Contains("pushFeedbackInfo id=codec key=inPutCount value=1 flag=0"));
     // The alias is the real uid inside the format too, which the pipeline leaves as it is.
     for (const TavroTraceEntry& e : trace.ofKind("format")) {
         EXPECT_NE(e.fields["key"], "calling-uid") << e.text;
@@ -56,21 +56,15 @@ TEST(TavroScenarioPlayerTest, ProcessIdsStandForTheRealProcess) {
 }
 
 TEST(TavroScenarioPlayerTest, BinderCallerIsUsedAsWritten) {
-    const std::string scenario = std::string(R"({
-      "process": {"name": "mediaserver", "pid": 1000, "uid": 1013,
-                  "caller": {"uid": 10500, "pid": 700}},)") +
-                                 kHeader + R"(
-      "lists": {"disable-video-shaper": [{"uid": 10500}]},
-      "component": "c2.qti.avc.encoder",
-      "events": [{"event": "allocate"}]})";
-    const TavroTrace trace = playText(scenario);
+    const TavroTrace trace = play(R"("process": {"name": "mediaserver", "pid": 1000, "uid": 1013,
+                                    "caller": {"uid": 10500, "pid": 700}},)",
+                                  R"("lists": {"disable-video-shaper": [{"uid": 10500}]},
+      "component": "c2.qti.avc.encoder", "events": [{"event": "allocate"}])");
     EXPECT_GE(indexOf(trace, "callback", "onDisableVideoShaper disable=1"), 0);
 }
 
 TEST(TavroScenarioPlayerTest, ClipTimingFollowsFpsAndSpeed) {
-    const TavroTrace trace = playText(std::string(R"({
-      "process": {"name": "com.app", "pid": 4321, "uid": 10123},)") +
-                                      kHeader + R"(
+    const TavroTrace trace = play(kApp, R"(
       "component": "c2.qti.avc.decoder",
       "events": [
         {"event": "configure", "format": {"mime": "video/avc"}},
@@ -78,7 +72,7 @@ TEST(TavroScenarioPlayerTest, ClipTimingFollowsFpsAndSpeed) {
         {"event": "clip", "count": 2, "fps": 10},
         {"event": "render", "time_us": 900000, "render_ns": 42},
         {"event": "advance", "us": 1500}
-      ]})");
+      ])");
     const std::vector<TavroTraceEntry> clips = named(trace, "step", "clip");
     ASSERT_EQ(clips.size(), 2u);
     EXPECT_EQ(clips[0].fields["start_us"], 0);
@@ -100,19 +94,15 @@ TEST(TavroScenarioPlayerTest, ClipTimingFollowsFpsAndSpeed) {
 }
 
 TEST(TavroScenarioPlayerTest, BoostMessagesNeverReachThePlatform) {
-    const TavroTrace trace = playText(std::string(R"({
-      "process": {"name": "com.app", "pid": 4321, "uid": 10123},)") +
-                                      kHeader + R"(
+    const TavroTrace trace = play(kApp, R"(
       "component": "c2.qti.avc.decoder",
       "events": [
         {"event": "set_parameters", "params": {"tavro-boost-info": "4400,4401"}},
         {"event": "set_parameters", "params": {"vendor.tavro-sr-enable.value": 1}}
-      ]})");
-    const std::vector<std::string> expected = {
-            "parameters not passed to the platform",
-            "+ vendor.tavro.switch.by.app.value (int32) = 2",
-    };
-    EXPECT_EQ(texts(trace, "format"), expected);
+      ])");
+    EXPECT_EQ(texts(trace, "format"),
+              (std::vector<std::string>{"parameters not passed to the platform",
+                                        "+ vendor.tavro.switch.by.app.value (int32) = 2"}));
     const std::vector<TavroTraceEntry> format = trace.ofKind("format");
     EXPECT_EQ(format[0].fields["change"], "not_passed");
     EXPECT_EQ(format[1].fields["stage"], "set_parameters");
@@ -120,39 +110,14 @@ TEST(TavroScenarioPlayerTest, BoostMessagesNeverReachThePlatform) {
 }
 
 TEST(TavroScenarioPlayerTest, LogLinesOnlyWithALogLevel) {
-    const std::string scenario = std::string(R"({
-      "process": {"name": "com.app", "pid": 4321, "uid": 10123},)") +
-                                 kHeader + R"(
-      "component": "c2.qti.avc.decoder",
-      "events": [{"event": "flush"}]})";
-    EXPECT_TRUE(playText(scenario).ofKind("log").empty());
+    const std::string scenario =
+            R"("component": "c2.qti.avc.decoder", "events": [{"event": "flush"}])";
+    EXPECT_TRUE(play(kApp, scenario).ofKind("log").empty());
     TavroSimOptions options;
     options.hasLogLevel = true;
     options.logLevel = 7;
-    const TavroTrace trace = playText(scenario, options);
-    const std::vector<TavroTraceEntry> logs = trace.ofKind("log");
-    ASSERT_FALSE(logs.empty());
-    bool flushLine = false;
-    for (const TavroTraceEntry& e : logs) {
-        flushLine =
-                flushLine || (e.fields["tag"] == "TavroCCodec" && e.fields["priority"] == "D" &&
-                              e.fields["message"].get<std::string>().rfind("signalFlush", 0) == 0);
-    }
-    EXPECT_TRUE(flushLine);
-}
-
-TEST(TavroScenarioPlayerTest, RunsAreRepeatable) {
-    const std::string path = test::toolsSourceDir() + "/scenarios/default.json";
-    std::string first, second;
-    for (std::string* out : {&first, &second}) {
-        std::ostringstream text;
-        TavroTrace trace;
-        std::string error;
-        ASSERT_TRUE(playTavroScenario(loadTavroScenarioFile(path), {}, &trace, &error));
-        trace.writeText(text);
-        *out = text.str();
-    }
-    EXPECT_EQ(first, second);
+    EXPECT_THAT(texts(play(kApp, scenario, options), "log"),
+                Contains(::testing::StartsWith("D/TavroCCodec: signalFlush")));
 }
 
 TEST(TavroTraceTest, MergesRepeatsAndFormatsLines) {
@@ -193,9 +158,13 @@ int runSim(std::vector<const char*> args, std::string* out, std::string* err) {
     return status;
 }
 
-TEST(TavroSimMainTest, JsonLinesCarryAKindEach) {
+// The text view repeats from run to run and has a line for each JSON object.
+TEST(TavroSimMainTest, RunsRepeatAndJsonLinesCarryAKindEach) {
     const std::string path = test::toolsSourceDir() + "/scenarios/default.json";
-    std::string out, err;
+    std::string first, second, out, err;
+    ASSERT_EQ(runSim({path.c_str()}, &first, &err), 0) << err;
+    ASSERT_EQ(runSim({path.c_str()}, &second, &err), 0) << err;
+    EXPECT_EQ(first, second);
     ASSERT_EQ(runSim({"--json", path.c_str()}, &out, &err), 0) << err;
     EXPECT_EQ(err, "");
     const std::set<std::string> kinds = {"step",       "format",   "param", "boost",    "unboost",
@@ -215,6 +184,7 @@ TEST(TavroSimMainTest, JsonLinesCarryAKindEach) {
         ++count;
     }
     EXPECT_GT(count, 50u);
+    EXPECT_EQ(static_cast<size_t>(std::count(first.begin(), first.end(), '\n')), count);
     const std::set<std::string> expectedSeen = {"step",    "format",     "param",    "boost",
                                                 "unboost", "task_boost", "feedback", "analysis",
                                                 "pelto",   "callback",   "platform", "timer"};

@@ -3,6 +3,7 @@
 #include <string>
 #include <tuple>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tools/ToolsTestSupport.h"
@@ -15,6 +16,8 @@ namespace {
 using test::indexOf;
 using test::named;
 using test::texts;
+using ::testing::Contains;
+using Lines = std::vector<std::string>;
 
 TavroTrace play(const std::string& name, TavroSimOptions options = {}) {
     TavroScenario scenario = loadTavroScenarioFile(test::toolsSourceDir() + "/scenarios/" + name);
@@ -24,27 +27,16 @@ TavroTrace play(const std::string& name, TavroSimOptions options = {}) {
     return trace;
 }
 
-bool contains(const std::vector<std::string>& lines, const std::string& line) {
-    for (const std::string& l : lines) {
-        if (l == line) return true;
-    }
-    return false;
-}
-
 TEST(TavroScenariosTest, DefaultShowsEverySubsystem) {
     const TavroTrace trace = play("default.json");
 
     // Configure: post-processing selected by the white list, start-up operating rate.
-    const std::vector<std::string> format = texts(trace, "format");
-    const std::vector<std::string> expectedFormat = {
-            "+ vendor.mtk.ext.vdec.tavro.vpp.engine.feature-on (int32) = 1",
-            "+ vendor.mtk.ext.vdec.tavro.vpp.engine.client-type (int32) = 1",
-            "+ vendor.tavro.vpp.white.list.value (int64) = 1",
-            "+ tavro.input_delay (int32) = 0",
-            "+ operating-rate (float) = 120",
-            "set_parameters: passed to the platform unchanged",
-    };
-    EXPECT_EQ(format, expectedFormat);
+    EXPECT_EQ(texts(trace, "format"),
+              (Lines{"+ vendor.mtk.ext.vdec.tavro.vpp.engine.feature-on (int32) = 1",
+                     "+ vendor.mtk.ext.vdec.tavro.vpp.engine.client-type (int32) = 1",
+                     "+ vendor.tavro.vpp.white.list.value (int64) = 1",
+                     "+ tavro.input_delay (int32) = 0", "+ operating-rate (float) = 120",
+                     "set_parameters: passed to the platform unchanged"}));
 
     // Start: the whole boost at once, since the start-up rate is above limitOpRate.
     const std::vector<TavroTraceEntry> boosts = trace.ofKind("boost");
@@ -81,14 +73,10 @@ TEST(TavroScenariosTest, DefaultShowsEverySubsystem) {
 
     // Vendor parameters: input delay, content frame rate, then fast mode on at 2x and off again
     // once the flush restarted the history.
-    const std::vector<std::string> params = texts(trace, "param");
-    const std::vector<std::string> expectedParams = {
-            "VppInputDelayParam (0xc0008605) = 0, status 0",
-            "FileFpsParam (0xc2002000) = 30.03003, status 0",
-            "VppModeParam (0xc0008600) = 1, status 0",
-            "VppModeParam (0xc0008600) = 0, status 0",
-    };
-    EXPECT_EQ(params, expectedParams);
+    EXPECT_EQ(texts(trace, "param"), (Lines{"VppInputDelayParam (0xc0008605) = 0, status 0",
+                                            "FileFpsParam (0xc2002000) = 30.03003, status 0",
+                                            "VppModeParam (0xc0008600) = 1, status 0",
+                                            "VppModeParam (0xc0008600) = 0, status 0"}));
     const std::vector<TavroTraceEntry> paramEntries = trace.ofKind("param");
     ASSERT_EQ(paramEntries.size(), 4u);
     EXPECT_GT(paramEntries[2].timeUs, 3033333);  // during the 2x clip
@@ -112,46 +100,36 @@ TEST(TavroScenariosTest, DefaultShowsEverySubsystem) {
     EXPECT_EQ(named(trace, "analysis", "sendFPSInfo").size(), 7u);
 
     // Shutdown and destruction: feedback with the HDR10 kind seen on the first output.
-    const std::vector<std::string> feedback = texts(trace, "feedback");
-    const std::vector<std::string> expectedFeedback = {
-            "pushFeedbackInfoAtCodec id=codec isVideo=1 isEncoder=0 "
-            "componentName=c2.qti.avc.decoder format={...}",
-            "pushFeedbackInfo id=codec key=timeUsage value=4 flag=1",
-            "sendFeedbackHdrPlaybackInfo id=codec eventId=21004 hdrType=1",
-            "pushFeedbackInfo id=codec key=inPutCount value=271 flag=0",
-            "sendFeedbackInfo id=codec",
-            "deleteFeedbackId id=codec",
-    };
-    EXPECT_EQ(feedback, expectedFeedback);
-    EXPECT_TRUE(contains(texts(trace, "step"),
-                         "clip done: 60 queued, 60 output, 54 rendered, 6 dropped"));
+    EXPECT_EQ(texts(trace, "feedback"),
+              (Lines{"pushFeedbackInfoAtCodec id=codec isVideo=1 isEncoder=0 "
+                     "componentName=c2.qti.avc.decoder format={...}",
+                     "pushFeedbackInfo id=codec key=timeUsage value=4 flag=1",
+                     "sendFeedbackHdrPlaybackInfo id=codec eventId=21004 hdrType=1",
+                     "pushFeedbackInfo id=codec key=inPutCount value=271 flag=0",
+                     "sendFeedbackInfo id=codec", "deleteFeedbackId id=codec"}));
+    EXPECT_THAT(texts(trace, "step"),
+                Contains("clip done: 60 queued, 60 output, 54 rendered, 6 dropped"));
 }
 
 TEST(TavroScenariosTest, EncoderRateControlFromLists) {
     const TavroTrace trace = play("encoder-rate-control.json");
-    const std::vector<std::string> expected = {
-            // 1200000 x 1.2 (qcom-qprange), then x 1.1 (encoder-b-frame, under its limit).
-            "~ bitrate (int32) 1200000 -> 1584000",
-            "+ i-frame-interval (float) = 2",
-            "+ ts-schema (string) = \"android.generic.1+1\"",
-            "+ android._prefer-b-frames (int32) = 1",
-            "+ vendor.qti-ext-cvp-filter-explicit-disable.value (int32) = 1",
-            "+ max-bframes (int32) = 2",
-            "+ vendor.qti-ext-enc-content-adaptive-mode.value (int32) = 1",
-            "+ video-qp-i-min (int32) = 20",
-            "+ video-qp-p-min (int32) = 20",
-            "+ video-qp-b-min (int32) = 20",
-            "+ video-qp-i-max (int32) = 40",
-            "+ video-qp-p-max (int32) = 40",
-            "+ video-qp-b-max (int32) = 40",
-            "+ vendor.qti-ext-enc-initial-qp.qp-i-enable (int32) = 1",
-            "+ vendor.qti-ext-enc-initial-qp.qp-i (int32) = 10",
-            "+ vendor.qti-ext-enc-initial-qp.qp-p-enable (int32) = 1",
-            "+ vendor.qti-ext-enc-initial-qp.qp-p (int32) = 10",
-            "+ vendor.qti-ext-enc-initial-qp.qp-b-enable (int32) = 1",
-            "+ vendor.qti-ext-enc-initial-qp.qp-b (int32) = 10",
-    };
-    EXPECT_EQ(texts(trace, "format"), expected);
+    // 1200000 x 1.2 (qcom-qprange), then x 1.1 (encoder-b-frame, under its limit).
+    EXPECT_EQ(texts(trace, "format"),
+              (Lines{"~ bitrate (int32) 1200000 -> 1584000", "+ i-frame-interval (float) = 2",
+                     "+ ts-schema (string) = \"android.generic.1+1\"",
+                     "+ android._prefer-b-frames (int32) = 1",
+                     "+ vendor.qti-ext-cvp-filter-explicit-disable.value (int32) = 1",
+                     "+ max-bframes (int32) = 2",
+                     "+ vendor.qti-ext-enc-content-adaptive-mode.value (int32) = 1",
+                     "+ video-qp-i-min (int32) = 20", "+ video-qp-p-min (int32) = 20",
+                     "+ video-qp-b-min (int32) = 20", "+ video-qp-i-max (int32) = 40",
+                     "+ video-qp-p-max (int32) = 40", "+ video-qp-b-max (int32) = 40",
+                     "+ vendor.qti-ext-enc-initial-qp.qp-i-enable (int32) = 1",
+                     "+ vendor.qti-ext-enc-initial-qp.qp-i (int32) = 10",
+                     "+ vendor.qti-ext-enc-initial-qp.qp-p-enable (int32) = 1",
+                     "+ vendor.qti-ext-enc-initial-qp.qp-p (int32) = 10",
+                     "+ vendor.qti-ext-enc-initial-qp.qp-b-enable (int32) = 1",
+                     "+ vendor.qti-ext-enc-initial-qp.qp-b (int32) = 10"}));
     const std::vector<TavroTraceEntry> bitrate = trace.ofKind("format");
     ASSERT_FALSE(bitrate.empty());
     EXPECT_EQ(bitrate[0].fields["change"], "changed");
@@ -160,8 +138,8 @@ TEST(TavroScenariosTest, EncoderRateControlFromLists) {
     EXPECT_EQ(bitrate[1].fields["type"], "float");
     EXPECT_EQ(bitrate[1].fields["value"], 2.0);
     // An encoder in video-encoder-statistics reports its output count at destruction.
-    EXPECT_TRUE(contains(texts(trace, "feedback"),
-                         "pushFeedbackInfo id=codec key=outPutCount value=30 flag=0"));
+    EXPECT_THAT(texts(trace, "feedback"),
+                Contains("pushFeedbackInfo id=codec key=outPutCount value=30 flag=0"));
     EXPECT_TRUE(trace.ofKind("boost").empty());
     EXPECT_TRUE(trace.ofKind("param").empty());
 }
@@ -181,26 +159,22 @@ TEST(TavroScenariosTest, MediaserverFallsBackToTheGenericEntry) {
 
 TEST(TavroScenariosTest, DolbyVisionOnMediaTek) {
     const TavroTrace trace = play("dolby-vision-mtk.json");
-    const std::vector<std::string> format = texts(trace, "format");
-    const std::vector<std::string> expected = {
-            "+ vendor.tavro.dolby.black.list.value (int64) = 1",
-            "+ vendor.tavro.dolby.output.yuv.value (int64) = 1",
-            "+ vendor.ext-dec-bytebuffer-mode.value (int32) = 1",
-            "+ vendor.mtk.ext.vdec.tavro.vpp.engine.feature-on (int32) = 1",
-            "+ vendor.mtk.ext.vdec.tavro.vpp.engine.client-type (int32) = 1",
-            // The white list said 1; Dolby Vision is never post-processed.
-            "+ vendor.tavro.vpp.white.list.value (int64) = 0",
-    };
-    EXPECT_EQ(format, expected);
-    EXPECT_TRUE(contains(texts(trace, "feedback"),
-                         "sendFeedbackHdrPlaybackInfo id=codec eventId=21004 hdrType=5"));
+    EXPECT_EQ(texts(trace, "format"),
+              (Lines{"+ vendor.tavro.dolby.black.list.value (int64) = 1",
+                     "+ vendor.tavro.dolby.output.yuv.value (int64) = 1",
+                     "+ vendor.ext-dec-bytebuffer-mode.value (int32) = 1",
+                     "+ vendor.mtk.ext.vdec.tavro.vpp.engine.feature-on (int32) = 1",
+                     "+ vendor.mtk.ext.vdec.tavro.vpp.engine.client-type (int32) = 1",
+                     // The white list said 1; Dolby Vision is never post-processed.
+                     "+ vendor.tavro.vpp.white.list.value (int64) = 0"}));
+    EXPECT_THAT(texts(trace, "feedback"),
+                Contains("sendFeedbackHdrPlaybackInfo id=codec eventId=21004 hdrType=5"));
     EXPECT_TRUE(trace.ofKind("param").empty());
 }
 
 TEST(TavroScenariosTest, AudioCodecBoostsItsThreadsAndRunsNoTimers) {
     const TavroTrace trace = play("audio-codec.json");
-    EXPECT_EQ(texts(trace, "format"),
-              std::vector<std::string>{"+ tavro.batchmode.num (int32) = 8"});
+    EXPECT_EQ(texts(trace, "format"), Lines{"+ tavro.batchmode.num (int32) = 8"});
     const std::vector<TavroTraceEntry> boosts = trace.ofKind("boost");
     ASSERT_EQ(boosts.size(), 1u);
     EXPECT_EQ(
@@ -217,17 +191,15 @@ TEST(TavroScenariosTest, LowMemorySwitchesPostProcessingOff) {
     options.hasLogLevel = true;
     options.logLevel = 5;
     const TavroTrace trace = play("low-memory.json", options);
-    EXPECT_EQ(texts(trace, "format"),
-              std::vector<std::string>{"configure: passed to the platform unchanged"});
+    EXPECT_EQ(texts(trace, "format"), Lines{"configure: passed to the platform unchanged"});
     EXPECT_TRUE(trace.ofKind("param").empty());  // 2x playback, but no fast-forward tracking
-    EXPECT_TRUE(contains(texts(trace, "log"), "D/TavroCCodec: lowmem disable vpp"));
-    EXPECT_TRUE(
-            contains(texts(trace, "log"), "D/TavroCCodec: getSystemAvailMem, MemAvailable:524288"));
+    EXPECT_THAT(texts(trace, "log"), Contains("D/TavroCCodec: lowmem disable vpp"));
+    EXPECT_THAT(texts(trace, "log"),
+                Contains("D/TavroCCodec: getSystemAvailMem, MemAvailable:524288"));
 }
 
 TEST(TavroScenariosTest, WorkResultsReachAnalysisAndEventUpload) {
     const TavroTrace trace = play("work-results.json");
-    const std::vector<std::string> analysis = texts(trace, "analysis");
     const int stutter = indexOf(trace, "analysis", "setVppStutter info=stutter 42ms");
     ASSERT_GE(stutter, 0);
     EXPECT_GE(
@@ -241,8 +213,8 @@ TEST(TavroScenariosTest, WorkResultsReachAnalysisAndEventUpload) {
     ASSERT_GT(again, start);
     EXPECT_GT(indexOf(trace, "analysis", "setDataCorruptState state=STOP", again), again);
     // HDR Vivid dynamic metadata on the first output.
-    EXPECT_TRUE(contains(texts(trace, "feedback"),
-                         "sendFeedbackHdrPlaybackInfo id=codec eventId=21004 hdrType=4"));
+    EXPECT_THAT(texts(trace, "feedback"),
+                Contains("sendFeedbackHdrPlaybackInfo id=codec eventId=21004 hdrType=4"));
 }
 
 }  // namespace

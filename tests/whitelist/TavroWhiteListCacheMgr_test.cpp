@@ -90,6 +90,11 @@ TEST_F(CacheMgrTest, DebugPropertiesOverrideTheLists) {
     setUidAnswer("schedVideo=9");
     uint64_t q = queries();
     EXPECT_EQ("schedVideo=3 schedAudio=3 | preferIdle=1 minFreq={1:900000}", boost(video()));
+    TavroUxInfo ux;
+    std::shared_ptr<TavroClusterInfo> shared;  // created when missing
+    mMgr->getBoostInfo(kClientPid, video(), ux, shared);
+    ASSERT_NE(shared, nullptr);
+    EXPECT_EQ("preferIdle=1 minFreq={1:900000}", test::dump(*shared));
     EXPECT_EQ("schedVideo=3 schedAudio=3 | limitOpRate=77", boost(audio()));  // cluster: video
     EXPECT_EQ(q, queries());
     HostProperties::set(kPropDebugCpuBoost, "isVideo=0,pelt=8");  // a rule for audio
@@ -200,7 +205,7 @@ TEST_F(CacheMgrTest, ClusterHalfFollowsTheTopActivityAndIsNeverCached) {
     EXPECT_EQ(nullptr, mMgr->findActivityBoostInfo(activity));
 }
 
-TEST_F(CacheMgrTest, ActivityEntriesByName) {
+TEST_F(CacheMgrTest, ActivityEntriesByNameAndThePlaceholderOfAnEmptyMap) {
     ASSERT_TRUE(mMgr->init());
     setLogLevel(7);
     EXPECT_EQ(nullptr, mMgr->getActivityBoostInfo("", false, true));
@@ -223,6 +228,17 @@ TEST_F(CacheMgrTest, ActivityEntriesByName) {
     EXPECT_EQ(entry, mMgr->findActivityBoostInfo("com.a"));
     EXPECT_EQ(q + 2, queries());
     EXPECT_EQ(1u, logged("activityName[com.a] cache is valid"));
+
+    // Timed out, the map is rebuilt; an app process has no mediaserver defaults, so with no name
+    // list it stays empty, and a placeholder takes its place.
+    mClock.advance(seconds(43201));
+    mMgr->checkMediaserverBoostInfo();
+    EXPECT_EQ(nullptr, mMgr->findActivityBoostInfo("com.a"));
+    auto placeholder = mMgr->findActivityBoostInfo(kFakeBoostName);
+    ASSERT_NE(placeholder, nullptr);
+    EXPECT_TRUE(placeholder->isValid);
+    EXPECT_EQ("", placeholder->boostStrInfo);
+    EXPECT_EQ(mClock.now(), placeholder->cacheTime);
 }
 
 TEST_F(CacheMgrTest, RejectedStringsAreLoggedAndGiveNoBoost) {
@@ -245,29 +261,6 @@ TEST_F(CacheMgrTest, RejectedStringsAreLoggedAndGiveNoBoost) {
     EXPECT_EQ(2u, logged("Rejected boost info[schedVideo=99999999999]" + error, ANDROID_LOG_ERROR));
     setUidAnswer("schedVideo=2");
     EXPECT_EQ("schedVideo=2 | limitOpRate=77", boost(video()));
-}
-
-TEST_F(CacheMgrTest, PlaceholderKeepsAnEmptyRefreshedMapNonEmpty) {
-    // An app process has no mediaserver defaults, so a refresh with no name list leaves the map
-    // empty, and the placeholder takes its place.
-    ASSERT_TRUE(mMgr->init());
-    mMgr->getActivityBoostInfo("com.a", false, true);  // no answer: asked, empty
-    mMgr->checkMediaserverBoostInfo();
-    EXPECT_EQ(nullptr, mMgr->findActivityBoostInfo("com.a"));
-    auto placeholder = mMgr->findActivityBoostInfo(kFakeBoostName);
-    ASSERT_NE(placeholder, nullptr);
-    EXPECT_TRUE(placeholder->isValid);
-    EXPECT_EQ("", placeholder->boostStrInfo);
-    EXPECT_EQ(mClock.now(), placeholder->cacheTime);
-}
-
-TEST_F(CacheMgrTest, SharedClusterRecordIsCreatedWhenMissing) {
-    HostProperties::set(kPropDebugCpuBoost, "cluster1Min=5000");
-    TavroUxInfo ux;
-    std::shared_ptr<TavroClusterInfo> cluster;
-    mMgr->getBoostInfo(kClientPid, video(), ux, cluster);
-    ASSERT_NE(cluster, nullptr);
-    EXPECT_EQ("minFreq={1:5000}", dump(*cluster));
 }
 
 // ---- mediaserver scenario --------------------------------------------------------------------

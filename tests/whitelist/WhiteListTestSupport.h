@@ -229,36 +229,22 @@ class WhiteListWorld : public ::testing::Test {
     TavroWhiteListCacheMgr* mMgr = nullptr;
 };
 
-// ---- Media presets ---------------------------------------------------------------------------
+// ---- Media presets (fields: mime, component, width, height, bitrate, sampleRate, sampleBits,
+// channelCount, codecId, isVideo, isEncoder) -------------------------------------------------
 
 inline TavroMediaInfo video(int32_t width = 1920, int32_t height = 1080) {
-    TavroMediaInfo m;
-    m.mime = "video/avc";
-    m.component = "c2.qti.avc.decoder";
-    m.width = width;
-    m.height = height;
-    m.bitrate = 8000000;
-    m.isVideo = 1;
-    m.isEncoder = 0;
-    return m;
+    return {"video/avc", "c2.qti.avc.decoder", width, height, 8000000, 0, 0, 0, 0, 1, 0};
 }
 inline TavroMediaInfo encoder() {
-    TavroMediaInfo m = video();
-    m.component = "c2.qti.avc.encoder";
-    m.isEncoder = 1;
-    return m;
+    return {"video/avc", "c2.qti.avc.encoder", 1920, 1080, 8000000, 0, 0, 0, 0, 1, 1};
 }
 inline TavroMediaInfo audio() {
-    TavroMediaInfo m;
-    m.mime = "audio/mp4a-latm";
-    m.component = "c2.android.aac.decoder";
-    m.bitrate = 128000;
-    m.sampleRate = 48000;
-    m.sampleBits = 16;
-    m.channelCount = 2;
-    m.isVideo = 0;
-    m.isEncoder = 0;
-    return m;
+    return {"audio/mp4a-latm", "c2.android.aac.decoder", 0, 0, 128000, 48000, 16, 2, 0, 0, 0};
+}
+// `media` with one field changed.
+inline TavroMediaInfo with(TavroMediaInfo media, int32_t TavroMediaInfo::*field, int32_t value) {
+    media.*field = value;
+    return media;
 }
 
 }  // namespace test
