@@ -75,6 +75,15 @@ TEST(TavroNumberTest, Strtol32InBase16AndBase10) {
     EXPECT_EQ(tavroStrtol32("10", 10), 10);
 }
 
+TEST(TavroNumberTest, AtofReadsLikeTheCLibrary) {
+    EXPECT_EQ(tavroAtof("0.85"), 0.85);
+    EXPECT_EQ(tavroAtof("  -1.5x"), -1.5);  // leading blanks, trailing text ignored
+    EXPECT_EQ(tavroAtof("2e3"), 2000.0);
+    EXPECT_EQ(tavroAtof("abc"), 0.0);
+    EXPECT_EQ(tavroAtof(""), 0.0);
+    EXPECT_EQ(tavroAtof(nullptr), 0.0);
+}
+
 TEST(TavroNumberTest, FloatToInt32TruncatesTowardZeroAndPinsTheRest) {
     EXPECT_EQ(tavroFloatToInt32(29.9f), 29);
     EXPECT_EQ(tavroFloatToInt32(-29.9f), -29);
