@@ -290,6 +290,20 @@ class Player {
         return last;
     }
 
+    // Hands `msg` to the codec through `call` and traces how the message the platform base
+    // received for `baseCall` differs from what the app gave. False when the base got no call.
+    template <typename Call>
+    bool callAndDiff(const char* stage, const char* baseCall, const sp<AMessage>& msg, Call call) {
+        const sp<AMessage> given = msg->dup();
+        size_t before = 0, after = 0;
+        lastCall(baseCall, &before);
+        call();
+        sp<AMessage> received = lastCall(baseCall, &after);
+        if (after <= before || received == nullptr) return false;
+        mTaps->addFormatDiff(stage, given, received);
+        return true;
+    }
+
     sp<MediaCodecBuffer> frameBuffer(int64_t ptsUs, int32_t bytes) const {
         sp<MediaCodecBuffer> buffer =
                 new MediaCodecBuffer(new AMessage(), new ABuffer(static_cast<size_t>(bytes)));
@@ -378,14 +392,8 @@ class Player {
             case Kind::kConfigure: {
                 mTaps->add("step", "configure " + typedMapText(e.format), fields);
                 sp<AMessage> format = buildMessage(e.format);
-                const sp<AMessage> given = format->dup();
-                size_t before = 0, after = 0;
-                lastCall("initiateConfigureComponent", &before);
-                mCodec->initiateConfigureComponent(format);
-                sp<AMessage> received = lastCall("initiateConfigureComponent", &after);
-                if (after > before && received != nullptr) {
-                    mTaps->addFormatDiff("configure", given, received);
-                }
+                callAndDiff("configure", "initiateConfigureComponent", format,
+                            [&] { mCodec->initiateConfigureComponent(format); });
                 runPending();
                 return;
             }
@@ -397,16 +405,13 @@ class Player {
             case Kind::kSetParameters: {
                 mTaps->add("step", "set_parameters " + typedMapText(e.format), fields);
                 sp<AMessage> params = buildMessage(e.format);
-                const sp<AMessage> given = params->dup();
-                size_t before = 0, after = 0;
-                lastCall("signalSetParameters", &before);
-                mTaps->setInSetParameters(true);
-                mCodec->signalSetParameters(params);
-                mTaps->setInSetParameters(false);
-                sp<AMessage> received = lastCall("signalSetParameters", &after);
-                if (after > before && received != nullptr) {
-                    mTaps->addFormatDiff("set_parameters", given, received);
-                } else {
+                const bool passed =
+                        callAndDiff("set_parameters", "signalSetParameters", params, [&] {
+                            mTaps->setInSetParameters(true);
+                            mCodec->signalSetParameters(params);
+                            mTaps->setInSetParameters(false);
+                        });
+                if (!passed) {
                     Json none;
                     none["stage"] = "set_parameters";
                     none["change"] = "not_passed";
