@@ -12,7 +12,9 @@ namespace android {
 // atoi as the platform's C library computes it: strtol in base 10 (saturating at the 64-bit
 // limits), narrowed to 32 bits. No digits read as 0. A null pointer reads as 0.
 int32_t tavroAtoi(const char* text);
-inline int32_t tavroAtoi(const std::string& text) { return tavroAtoi(text.c_str()); }
+inline int32_t tavroAtoi(const std::string& text) {
+    return tavroAtoi(text.c_str());
+}
 
 // strtol in `base` narrowed to 32 bits, as `(int32_t)strtol(text, nullptr, base)`.
 int32_t tavroStrtol32(const char* text, int base);

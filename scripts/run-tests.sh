@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Sets everything up and runs every test: a normal build, an ASan+UBSan build, a TSan build of the
+# Sets everything up and runs every test: a format check, a normal build, an ASan+UBSan build, a TSan build of the
 # suites that exercise threads (names containing "Thread"), and a short run of every fuzz target.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -7,6 +7,9 @@ cd "$root"
 bash scripts/bootstrap.sh
 
 jobs="$(nproc)"
+echo "== format"
+bash scripts/check-format.sh
+
 echo "== normal build"
 bash scripts/build.sh build none
 ctest --test-dir build --output-on-failure -j "$jobs"

@@ -47,8 +47,8 @@ TavroCCodec::TavroCCodec() {
     mAnalysisFPS = new TavroAnalysisFPS();
     auto baseCallback = std::make_shared<CCodecCallbackImpl>(this);
     auto tavroCallback = std::make_shared<TavroCCodecCallbackImpl>(this);
-    mChannel = std::make_shared<TavroCCodecBufferChannel>(baseCallback, tavroCallback,
-                                                          mAnalysisFPS);
+    mChannel =
+            std::make_shared<TavroCCodecBufferChannel>(baseCallback, tavroCallback, mAnalysisFPS);
     mBoostState = kBoostStateNone;
     updateAnalysis(kKeyCodecCreateTime, systemTime(SYSTEM_TIME_MONOTONIC));
 }
@@ -59,9 +59,9 @@ TavroCCodec::~TavroCCodec() {
         bool deleteId = true;
         if (mIsEncoder.load()) {
             if (inListByUid(kListVideoEncoderStatistics, mCallingUid)) {
-                TavroFeedbackInfo::pushFeedbackInfo(
-                        mFeedbackID, String8(kFeedbackOutputCount),
-                        decimal(mAnalysisFPS->getOutputBufCntTotal()), 0);
+                TavroFeedbackInfo::pushFeedbackInfo(mFeedbackID, String8(kFeedbackOutputCount),
+                                                    decimal(mAnalysisFPS->getOutputBufCntTotal()),
+                                                    0);
                 TavroFeedbackInfo::sendFeedbackInfo(mFeedbackID);
             } else {
                 TAVRO_LOGV(6, "[%s:L%d] IsNotUploadEncoderInfo ", __func__, __LINE__);
@@ -140,16 +140,24 @@ void TavroCCodec::onMessageReceived(const sp<AMessage>& msg) {
     }
 
     sp<AMessage> telemetry = new AMessage();
-    if (what == kWhatStart) telemetry->setInt64(kKeyCodecStartIn, systemTime(SYSTEM_TIME_MONOTONIC));
+    if (what == kWhatStart)
+        telemetry->setInt64(kKeyCodecStartIn, systemTime(SYSTEM_TIME_MONOTONIC));
 
     CCodec::onMessageReceived(msg);
 
     const char* outKey = nullptr;
     switch (what) {
-        case kWhatAllocate: outKey = kKeyCodecAllocateOut; break;
-        case kWhatConfigure: outKey = kKeyCodecConfigOut; break;
-        case kWhatStart: outKey = kKeyCodecStartOut; break;
-        default: break;
+        case kWhatAllocate:
+            outKey = kKeyCodecAllocateOut;
+            break;
+        case kWhatConfigure:
+            outKey = kKeyCodecConfigOut;
+            break;
+        case kWhatStart:
+            outKey = kKeyCodecStartOut;
+            break;
+        default:
+            break;
     }
     if (outKey != nullptr) {
         telemetry->setInt64(outKey, systemTime(SYSTEM_TIME_MONOTONIC));

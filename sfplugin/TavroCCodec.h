@@ -51,10 +51,10 @@ constexpr uint32_t kWhatResetOperatingRate = tavroFourCC('r', 'O', 'p', 't');
 constexpr int64_t kTavroCheckPeriodUs = 1000000;
 
 // Boost state word (mBoostState) and execution flags of executeMediaBoost.
-constexpr uint32_t kBoostStateNone = 1;      // no boost possible; every execution is refused
-constexpr uint32_t kBoostStateArmed = 2;     // request armed, nothing sent
-constexpr uint32_t kBoostStateThreads = 4;   // thread part sent
-constexpr uint32_t kBoostStateCluster = 8;   // bit: cluster part sent (boost active)
+constexpr uint32_t kBoostStateNone = 1;     // no boost possible; every execution is refused
+constexpr uint32_t kBoostStateArmed = 2;    // request armed, nothing sent
+constexpr uint32_t kBoostStateThreads = 4;  // thread part sent
+constexpr uint32_t kBoostStateCluster = 8;  // bit: cluster part sent (boost active)
 constexpr uint32_t kBoostSendThreads = 0x4;
 constexpr uint32_t kBoostSendCluster = 0x8;
 constexpr uint32_t kBoostSendAll = 0xC;
@@ -98,7 +98,7 @@ constexpr int32_t kFeedbackHdrPlaybackEvent = 21004;
 constexpr char kProcessNoSurfaceAnalysis[] = "com.tavro.olc";
 
 class TavroCCodec : public CCodec {
-public:
+  public:
     TavroCCodec();
 
     void initiateAllocateComponent(const sp<AMessage>& msg) override;
@@ -113,11 +113,11 @@ public:
     void onWorkDone(std::list<std::unique_ptr<C2Work>>& works) override;
     void setupInputSurface(const std::shared_ptr<InputSurfaceWrapper>& surface) override;
 
-protected:
+  protected:
     ~TavroCCodec() override;
     void onMessageReceived(const sp<AMessage>& msg) override;
 
-private:
+  private:
     friend class CCodecCallbackImpl;
     friend class TavroCCodecCallbackImpl;
     friend class TavroCodecCallbackImpl;
@@ -187,13 +187,13 @@ private:
     int64_t mFeedbackID = 0;
     // Flags and counters shared by the callers' threads, the buffer path and the looper without a
     // lock: atomics with relaxed ordering (a doubled timer chain is tolerated).
-    std::atomic<bool> mFpsCheckPosted{false};   // set by the bridges, cleared by shutdown
-    std::atomic<bool> mFirstWorkDone{false};    // set by the work-done bridge
-    std::atomic<int32_t> mHdrCheckedWorks{0};   // output works examined by checkHDRType
+    std::atomic<bool> mFpsCheckPosted{false};     // set by the bridges, cleared by shutdown
+    std::atomic<bool> mFirstWorkDone{false};      // set by the work-done bridge
+    std::atomic<int32_t> mHdrCheckedWorks{0};     // output works examined by checkHDRType
     std::atomic<int32_t> mHdrType{kHdrTypeNone};  // configure (Dolby Vision) and checkHDRType
-    std::atomic<bool> isThumbnail{false};        // configure
-    std::atomic<bool> mIsVideo{false};           // configure
-    std::atomic<bool> mIsEncoder{false};         // configure
+    std::atomic<bool> isThumbnail{false};         // configure
+    std::atomic<bool> mIsVideo{false};            // configure
+    std::atomic<bool> mIsEncoder{false};          // configure
     int64_t mCallingPid = 0;
     int64_t mCallingUid = 0;
     String8 mProcessName;
@@ -206,8 +206,8 @@ private:
     std::shared_ptr<TavroClusterInfo> mClusterInfo;
     std::vector<int32_t> mBoostTids;  // tp-ux-tid, configuring thread, looper thread
     std::atomic<int32_t> mCountedFps{0};
-    std::atomic<int32_t> mOperatingRate{0};          // set-parameters, configure and watchdog
-    std::atomic<int32_t> mRestoreOperatingRate{0};   // setExtParam at configure
+    std::atomic<int32_t> mOperatingRate{0};           // set-parameters, configure and watchdog
+    std::atomic<int32_t> mRestoreOperatingRate{0};    // setExtParam at configure
     std::atomic<bool> mOperatingRateRestored{false};  // set by the render bridge
     uint32_t mBoostState = kBoostStateNone;
     std::atomic<int32_t> mEncodedFrames{0};  // counted by the work-done bridge, read by cOpt

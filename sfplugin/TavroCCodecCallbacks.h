@@ -26,7 +26,7 @@ class TavroCCodec;
 constexpr int32_t kCodecErrorAtomId = 100168;
 
 class CCodecCallbackImpl : public CCodecCallback {
-public:
+  public:
     explicit CCodecCallbackImpl(TavroCCodec* codec) : mCodec(codec) {}
     ~CCodecCallbackImpl() override = default;
 
@@ -35,12 +35,12 @@ public:
     void onOutputBuffersChanged() override;
     void onFirstTunnelFrameReady() override;
 
-private:
+  private:
     TavroCCodec* mCodec;  // the owner; outlives the channel that holds this bridge
 };
 
 class TavroCCodecCallbackImpl : public TavroCCodecCallback {
-public:
+  public:
     explicit TavroCCodecCallbackImpl(TavroCCodec* codec) : mCodec(codec) {}
     ~TavroCCodecCallbackImpl() override = default;
 
@@ -48,18 +48,18 @@ public:
     void onWorkDone(const sp<AMessage>& outputFormat) override;
     void renderOutputBuffer(const sp<MediaCodecBuffer>& buffer, int64_t timestampNs) override;
 
-private:
+  private:
     TavroCCodec* mCodec;
 };
 
 class TavroCodecCallbackImpl : public TavroCodecCallback {
-public:
+  public:
     explicit TavroCodecCallbackImpl(const wp<TavroCCodec>& codec) : mCodec(codec) {}
     ~TavroCodecCallbackImpl() override = default;
 
     void onEmptyBuffer(int64_t timestamp) override;
 
-private:
+  private:
     wp<TavroCCodec> mCodec;
 };
 

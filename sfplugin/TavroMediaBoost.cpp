@@ -44,8 +44,8 @@ void TavroCCodec::handleBoostApp(const sp<AMessage>& msg) {
     TavroVideoTaskBoost task;
     task.pid = static_cast<int32_t>(getpid());
     task.sched = static_cast<uint32_t>(sched);
-    TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(appThreads.c_str(),
-                                                          kAppThreadSeparator, task.threadNames);
+    TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(appThreads.c_str(), kAppThreadSeparator,
+                                                           task.threadNames);
     TAVRO_LOGV(6, "kWhatBoostApp, appThreads: %s", appThreads.c_str());
     std::lock_guard<std::mutex> boostLock(mBoostLock);
     if (mVideoBoost != nullptr) mVideoBoost->boostTask(task);
@@ -189,8 +189,7 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
             if (index < 0 || static_cast<size_t>(index) >= boostTids.size()) continue;
             params->uclampThreads.insert(params->uclampThreads.end(),
                                          {boostTids[index], cluster->minUclamp});
-            TAVRO_LOGV(6, "Set uclamp tid: %d, minClamp: %d", boostTids[index],
-                       cluster->minUclamp);
+            TAVRO_LOGV(6, "Set uclamp tid: %d, minClamp: %d", boostTids[index], cluster->minUclamp);
         }
     }
     {
@@ -291,7 +290,7 @@ void TavroCCodec::boostAppKeyThread(const sp<AMessage>& params) {
 
     std::vector<std::string> tokens;
     TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(text.c_str(), kBoostInfoTidSeparator,
-                                                          tokens);
+                                                           tokens);
     std::set<int32_t> ids;  // ascending, without duplicates
     for (const std::string& token : tokens) {
         int32_t tid = 0;
@@ -308,7 +307,8 @@ void TavroCCodec::boostAppKeyThread(const sp<AMessage>& params) {
     TavroVideoBoostParams request;
     request.sched = mBoostParams->sched;
     const int32_t pid = static_cast<int32_t>(getpid());
-    for (int32_t tid : ids) request.threads.insert(request.threads.end(), {pid, tid, request.sched});
+    for (int32_t tid : ids)
+        request.threads.insert(request.threads.end(), {pid, tid, request.sched});
     mVideoBoost->boost(request);
 }
 

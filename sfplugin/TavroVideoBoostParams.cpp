@@ -4,8 +4,8 @@
 namespace android {
 
 bool TavroVideoBoostParams::isEmpty() const {
-    return threads.empty() && clusterParams.empty() && uclampThreads.empty() &&
-           !needVendorBoost && ddrFreq < 1;
+    return threads.empty() && clusterParams.empty() && uclampThreads.empty() && !needVendorBoost &&
+           ddrFreq < 1;
 }
 
 status_t TavroVideoBoostParams::writeToParcel(Parcel* parcel) const {

@@ -15,11 +15,11 @@
 namespace android {
 
 class TavroVideoBoostParams : public Parcelable {
-public:
-    bool needVendorBoost = false;      // ask the chip vendor's own boost too (video)
-    int32_t sched = -1;                // scheduling class of the boosted threads
-    int32_t ddrFreq = 0;               // memory-frequency boost, secure (DRM) video only
-    std::vector<int32_t> threads;      // flat triples (pid, tid, sched)
+  public:
+    bool needVendorBoost = false;        // ask the chip vendor's own boost too (video)
+    int32_t sched = -1;                  // scheduling class of the boosted threads
+    int32_t ddrFreq = 0;                 // memory-frequency boost, secure (DRM) video only
+    std::vector<int32_t> threads;        // flat triples (pid, tid, sched)
     std::vector<int32_t> clusterParams;  // CPU-cluster (opcode, value) pairs
     std::vector<int32_t> uclampThreads;  // flat pairs (tid, minUclamp)
     std::vector<std::string> swThreads;  // software codec thread names (audio)

@@ -14,7 +14,7 @@
 namespace android {
 
 class TavroVideoTaskBoost : public Parcelable {
-public:
+  public:
     int32_t pid = 0;
     uint32_t sched = 0;
     std::vector<std::string> threadNames;

@@ -26,11 +26,12 @@ namespace test {
 void resetHostWorld();
 
 // A format message for a codec: mime plus the given int32 keys.
-sp<AMessage> makeFormat(const std::string& mime, std::vector<std::pair<std::string, int32_t>> ints = {});
+sp<AMessage> makeFormat(const std::string& mime,
+                        std::vector<std::pair<std::string, int32_t>> ints = {});
 
 // One TavroCCodec on a manual looper, with a recording client callback.
 class CodecHarness {
-public:
+  public:
     CodecHarness();
     ~CodecHarness();
 
@@ -53,7 +54,7 @@ public:
     static std::vector<host::HostEvent> events(const std::string& kind,
                                                const std::string& name = "");
 
-private:
+  private:
     sp<ALooper> mLooper;
     sp<TavroCCodec> mCodec;
     sp<TavroAnalysisFPS> mAnalysis;

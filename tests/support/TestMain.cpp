@@ -10,9 +10,8 @@
 
 int main(int argc, char** argv) {
     const char* show = getenv("TAVRO_TEST_LOG");
-    android::host::HostLog::setStderrPriority(show != nullptr && show[0] == '1'
-                                                      ? ANDROID_LOG_VERBOSE
-                                                      : ANDROID_LOG_SILENT);
+    android::host::HostLog::setStderrPriority(
+            show != nullptr && show[0] == '1' ? ANDROID_LOG_VERBOSE : ANDROID_LOG_SILENT);
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -29,6 +29,6 @@ struct c2_cntr64_t {
     constexpr int64_t peekll() const { return static_cast<int64_t>(mValue); }
     constexpr uint64_t peekull() const { return mValue; }
 
-private:
+  private:
     uint64_t mValue = 0;
 };

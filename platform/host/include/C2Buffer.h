@@ -9,7 +9,7 @@
 #include <C2Param.h>
 
 class C2Buffer {
-public:
+  public:
     C2Buffer() = default;
 
     // The attached info record whose index equals `index`, or null.
@@ -19,6 +19,6 @@ public:
     bool hasInfo(C2Param::Type index) const { return getInfo(index) != nullptr; }
     std::vector<std::shared_ptr<const C2Info>> info() const;
 
-private:
+  private:
     std::vector<std::shared_ptr<const C2Info>> mInfos;
 };

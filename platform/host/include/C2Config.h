@@ -6,7 +6,7 @@
 // Codec-specific initialisation data of an output stream (passed through untouched).
 struct C2StreamInitDataInfo {
     class output : public C2Info {
-    public:
+      public:
         output() : C2Info(sizeof(output), 0xD2010000u | 0x2010u) {}
     };
 };

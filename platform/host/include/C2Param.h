@@ -11,13 +11,13 @@
 #include <C2.h>
 
 class C2Param {
-public:
+  public:
     // The 32-bit parameter index: kind, direction, stream and core index bits.
     struct Index {
         constexpr Index(uint32_t index) : mIndex(index) {}
         constexpr operator uint32_t() const { return mIndex; }
 
-    private:
+      private:
         uint32_t mIndex;
     };
     using Type = Index;
@@ -32,27 +32,28 @@ public:
     // the global allocator that made them.
     static void operator delete(void* p) { ::operator delete(p); }
 
-protected:
-    constexpr C2Param(uint32_t paramSize, Index paramIndex) : mSize(paramSize), mIndex(paramIndex) {}
+  protected:
+    constexpr C2Param(uint32_t paramSize, Index paramIndex)
+        : mSize(paramSize), mIndex(paramIndex) {}
 
-private:
+  private:
     uint32_t mSize;
     uint32_t mIndex;
 };
 
 // Read-only information attached to buffers and works.
 class C2Info : public C2Param {
-protected:
+  protected:
     using C2Param::C2Param;
 };
 
 class C2Setting : public C2Param {
-protected:
+  protected:
     using C2Param::C2Param;
 };
 
 class C2Tuning : public C2Setting {
-protected:
+  protected:
     using C2Setting::C2Setting;
 };
 

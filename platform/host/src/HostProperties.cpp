@@ -100,8 +100,8 @@ bool HostProperties::loadText(const std::string& text, const std::string& origin
         std::string key = eq == std::string::npos ? "" : trim(t.substr(0, eq));
         if (eq == std::string::npos || key.empty()) {
             if (error != nullptr) {
-                *error = origin + ":" + std::to_string(lineNo) +
-                         ": expected key=value, got '" + t + "'";
+                *error = origin + ":" + std::to_string(lineNo) + ": expected key=value, got '" + t +
+                         "'";
             }
             return false;
         }

@@ -44,8 +44,7 @@ std::string activityOf(const ListState& s, int32_t pid) {
 }
 
 // Shared tail of the value queries: applies the fault mode and copies the answer.
-bool answer(const Table& table, const char* list, const std::string& key, char* out,
-            size_t size) {
+bool answer(const Table& table, const char* list, const std::string& key, char* out, size_t size) {
     ListState& s = state();
     s.queries.fetch_add(1, std::memory_order_relaxed);
     std::string value;

@@ -26,7 +26,7 @@ struct HostEvent {
 };
 
 class HostEvents {
-public:
+  public:
     static void record(HostEvent event);
     static std::vector<HostEvent> all();
     static std::vector<HostEvent> ofKind(const std::string& kind);

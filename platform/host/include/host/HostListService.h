@@ -10,7 +10,7 @@ namespace android {
 namespace host {
 
 class HostListService {
-public:
+  public:
     enum class Fault {
         kNone,
         kNoAnswer,      // every query answers false

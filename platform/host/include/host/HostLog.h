@@ -19,7 +19,7 @@ struct LogRecord {
 };
 
 class HostLog {
-public:
+  public:
     // Lines at or above this priority are written to stderr in logcat's brief form
     // ("W/TavroCCodec( 1234): text"). ANDROID_LOG_SILENT turns stderr output off.
     static void setStderrPriority(int minPriority);

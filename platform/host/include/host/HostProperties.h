@@ -9,7 +9,7 @@ namespace android {
 namespace host {
 
 class HostProperties {
-public:
+  public:
     // Empties the store (the change serial still moves, so cached readers re-read).
     static void clear();
     // Sets without the length limit of property_set (ro.* values may be long on a device too).

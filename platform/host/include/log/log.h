@@ -33,9 +33,9 @@ int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap)
         __attribute__((format(printf, 3, 4)));
 }
 
-#define __tavro_log_unused_args(...)                               \
-    do {                                                           \
-        if (false) __android_log_print(0, nullptr, __VA_ARGS__);   \
+#define __tavro_log_unused_args(...)                             \
+    do {                                                         \
+        if (false) __android_log_print(0, nullptr, __VA_ARGS__); \
     } while (0)
 
 #if LOG_NDEBUG

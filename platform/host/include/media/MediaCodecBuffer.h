@@ -10,7 +10,7 @@
 namespace android {
 
 class MediaCodecBuffer : public RefBase {
-public:
+  public:
     MediaCodecBuffer(const sp<AMessage>& format, const sp<ABuffer>& buffer);
 
     uint8_t* base();
@@ -24,7 +24,7 @@ public:
     sp<AMessage> format();
     void setFormat(const sp<AMessage>& format);
 
-private:
+  private:
     sp<AMessage> mMeta;
     sp<AMessage> mFormat;
     sp<ABuffer> mBuffer;

@@ -10,7 +10,7 @@ struct MediaCodecInfo : public RefBase {
     explicit MediaCodecInfo(const char* name) : mName(name ? name : "") {}
     const char* getCodecName() const { return mName.c_str(); }
 
-private:
+  private:
     AString mName;
 };
 

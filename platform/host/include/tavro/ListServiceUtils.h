@@ -11,7 +11,7 @@
 namespace android {
 
 class ListServiceUtils {
-public:
+  public:
     static ListServiceUtils* getInstance();
 
     // Membership: true when `uid` (or `pid`) is on the list named `listName`.
@@ -25,7 +25,7 @@ public:
     bool getListValueByName(const char* listName, const char* name, char* value, size_t size);
     bool getListValueByTopActivity(const char* listName, int32_t pid, char* value, size_t size);
 
-private:
+  private:
     ListServiceUtils() = default;
     static std::mutex sLock;
     static ListServiceUtils* sInstance;

@@ -11,14 +11,14 @@
 namespace android {
 
 class PeltoEventUploadUtils {
-public:
+  public:
     static PeltoEventUploadUtils* getInstance();
 
     // Refreshes the top-activity tracker, at most every `intervalMs`.
     void updateTopActivity(int32_t intervalMs);
     void setEvent(const String8& name, const String8& value);
 
-private:
+  private:
     PeltoEventUploadUtils() = default;
     static std::mutex sLock;
     static PeltoEventUploadUtils* sInstance;

@@ -19,7 +19,7 @@
 namespace android {
 
 class TavroAnalysisFPS : public RefBase {
-public:
+  public:
     TavroAnalysisFPS();
 
     // Statistics input.
@@ -73,13 +73,13 @@ public:
     // The most recently constructed object (tests reach a codec's analysis object this way).
     static sp<TavroAnalysisFPS> lastCreatedForTesting();
 
-protected:
+  protected:
     ~TavroAnalysisFPS() override;
     // Publishes the object for lastCreatedForTesting once a strong reference holds it, so a
     // promotion from another thread can never become the object's first (and last) owner.
     void onFirstRef() override;
 
-private:
+  private:
     void event(const char* name, const char* key = nullptr, const std::string& value = "");
 
     std::atomic<int64_t> mInput{0}, mRendered{0}, mDiscarded{0}, mOutput{0}, mBytes{0};

@@ -13,7 +13,7 @@
 namespace android {
 
 class TavroFeedbackInfo {
-public:
+  public:
     // Registers a codec's feedback record with its configure format.
     static void pushFeedbackInfoAtCodec(int64_t id, bool isVideo, bool isEncoder,
                                         const AString& componentName, const sp<AMessage>& format);

@@ -16,7 +16,7 @@
 namespace android {
 
 class TavroVideoBoost : public RefBase {
-public:
+  public:
     static sp<TavroVideoBoost> getInstance();
 
     status_t boost(const Parcelable& params);

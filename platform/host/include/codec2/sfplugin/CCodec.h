@@ -24,7 +24,7 @@
 namespace android {
 
 class CCodec : public CodecBase {
-public:
+  public:
     CCodec();
 
     std::shared_ptr<BufferChannelBase> getBufferChannel() override;
@@ -49,8 +49,8 @@ public:
 
     // ---- Host only -------------------------------------------------------------------------
     struct Call {
-        std::string name;  // "initiateAllocateComponent", "onMessageReceived", ...
-        sp<AMessage> msg;  // a copy of the message argument, when there is one
+        std::string name;   // "initiateAllocateComponent", "onMessageReceived", ...
+        sp<AMessage> msg;   // a copy of the message argument, when there is one
         int64_t value = 0;  // the scalar argument (keepComponentAllocated, generation, what...)
     };
     std::vector<Call> callsForTesting() const;
@@ -60,7 +60,7 @@ public:
     void setSurfaceStatusForTesting(status_t status) { mSurfaceStatus = status; }
     std::shared_ptr<CCodecBufferChannel> channelForTesting() const { return mChannel; }
 
-protected:
+  protected:
     ~CCodec() override;
     void onMessageReceived(const sp<AMessage>& msg) override;
 
@@ -93,7 +93,7 @@ protected:
         int get() const { return mValue; }
         void set(int value) { mValue = value; }
 
-    private:
+      private:
         int mValue = RELEASED;
     };
     Mutexed<State> mState;
@@ -103,7 +103,7 @@ protected:
 
     friend class CCodecCallbackImpl;
 
-private:
+  private:
     void record(const char* name, const sp<AMessage>& msg, int64_t value);
 
     mutable std::mutex mCallLock;

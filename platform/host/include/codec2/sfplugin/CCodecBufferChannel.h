@@ -27,7 +27,7 @@ namespace android {
 
 // Reports from the buffer channel to its codec.
 class CCodecCallback {
-public:
+  public:
     virtual ~CCodecCallback() = default;
     virtual void onError(status_t err, enum ActionCode actionCode) = 0;
     virtual void onOutputFramesRendered(int64_t mediaTimeUs, nsecs_t renderTimeNs) = 0;
@@ -37,7 +37,7 @@ public:
 
 class CCodecBufferChannel : public BufferChannelBase,
                             public std::enable_shared_from_this<CCodecBufferChannel> {
-public:
+  public:
     explicit CCodecBufferChannel(const std::shared_ptr<CCodecCallback>& callback);
     ~CCodecBufferChannel() override;
 
@@ -96,10 +96,10 @@ public:
     // The platform callback the channel was built with (what the component's events reach).
     std::shared_ptr<CCodecCallback> baseCallbackForTesting() const { return mCCodecCallback; }
 
-protected:
+  protected:
     std::shared_ptr<CCodecCallback> mCCodecCallback;
 
-private:
+  private:
     std::atomic<bool> mStopping{false};
     std::atomic<status_t> mQueueStatus{OK};
     std::atomic<status_t> mRenderStatus{OK};

@@ -10,13 +10,13 @@ namespace android {
 
 // Device build: told about each buffer the input surface fills (timestamp in µs).
 class TavroCodecCallback {
-public:
+  public:
     virtual ~TavroCodecCallback() = default;
     virtual void onEmptyBuffer(int64_t timestamp) = 0;
 };
 
 class InputSurfaceWrapper {
-public:
+  public:
     virtual ~InputSurfaceWrapper() = default;
 
     // Device build member: the callback installed by the codec front-end (may be null).

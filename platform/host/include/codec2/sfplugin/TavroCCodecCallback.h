@@ -11,7 +11,7 @@
 namespace android {
 
 class TavroCCodecCallback {
-public:
+  public:
     virtual ~TavroCCodecCallback() = default;
     virtual void onQueueInputBuffer() = 0;
     virtual void onWorkDone(const sp<AMessage>& outputFormat) = 0;

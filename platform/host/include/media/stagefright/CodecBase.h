@@ -31,14 +31,14 @@ struct RenderedFrameInfo {
     int64_t getMediaTimeUs() const { return mMediaTimeUs; }
     int64_t getRenderTimeNs() const { return mRenderTimeNs; }
 
-private:
+  private:
     int64_t mMediaTimeUs;
     int64_t mRenderTimeNs;
 };
 
 // Base of every buffer channel (the data path between MediaCodec and the component).
 class BufferChannelBase {
-public:
+  public:
     virtual ~BufferChannelBase() = default;
 };
 
@@ -77,7 +77,7 @@ struct CodecBase : public AHandler {
     virtual void signalSetParameters(const sp<AMessage>& params) = 0;
     virtual void signalEndOfInputStream() = 0;
 
-protected:
+  protected:
     CodecBase() = default;
     ~CodecBase() override = default;
 

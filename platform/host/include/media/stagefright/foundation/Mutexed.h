@@ -7,23 +7,23 @@ namespace android {
 
 template <typename T>
 class Mutexed {
-public:
+  public:
     Mutexed() = default;
 
     // Holds the lock for its lifetime; -> and * reach the guarded value.
     class Locked {
-    public:
+      public:
         explicit Locked(Mutexed<T>& m) : mGuard(m.mLock), mValue(m.mValue) {}
         T* operator->() { return &mValue; }
         T& operator*() { return mValue; }
         const T* operator->() const { return &mValue; }
 
-    private:
+      private:
         std::unique_lock<std::mutex> mGuard;
         T& mValue;
     };
 
-private:
+  private:
     std::mutex mLock;
     T mValue;
 };
