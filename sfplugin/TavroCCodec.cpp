@@ -54,7 +54,7 @@ TavroCCodec::TavroCCodec() {
 }
 
 TavroCCodec::~TavroCCodec() {
-    TAVRO_LOGV(7, "%s [%d]: (%p)", "~TavroCCodec", __LINE__, this);
+    TAVRO_LOGV(kTavroLogDetail, "%s [%d]: (%p)", "~TavroCCodec", __LINE__, this);
     if (mFeedbackID != 0 && mIsVideo.load()) {
         bool deleteId = true;
         if (mIsEncoder.load()) {
@@ -64,7 +64,8 @@ TavroCCodec::~TavroCCodec() {
                                                     0);
                 TavroFeedbackInfo::sendFeedbackInfo(mFeedbackID);
             } else {
-                TAVRO_LOGV(6, "[%s:L%d] IsNotUploadEncoderInfo ", __func__, __LINE__);
+                TAVRO_LOGV(kTavroLogVerbose, "[%s:L%d] IsNotUploadEncoderInfo ", __func__,
+                           __LINE__);
                 // An encoder outside the statistics list never registered its id.
                 deleteId = false;
             }
@@ -187,7 +188,7 @@ void TavroCCodec::initiateAllocateComponent(const sp<AMessage>& msg) {
 }
 
 void TavroCCodec::initiateShutdown(bool keepComponentAllocated) {
-    TAVRO_LOGV(7, "%s [%d]: (%p) keepComponentAllocated=%d", __func__, __LINE__, this,
+    TAVRO_LOGV(kTavroLogDetail, "%s [%d]: (%p) keepComponentAllocated=%d", __func__, __LINE__, this,
                keepComponentAllocated);
     if (!keepComponentAllocated) {
         mAnalysisFPS->resetFPS();
@@ -202,7 +203,7 @@ void TavroCCodec::initiateShutdown(bool keepComponentAllocated) {
 }
 
 status_t TavroCCodec::setSurface(const sp<Surface>& surface, uint32_t generation) {
-    TAVRO_LOGV(7, "%s [%d]: (%p) ", __func__, __LINE__, this);
+    TAVRO_LOGV(kTavroLogDetail, "%s [%d]: (%p) ", __func__, __LINE__, this);
     mAnalysisFPS->signalNewPlay();
     return CCodec::setSurface(surface, generation);
 }

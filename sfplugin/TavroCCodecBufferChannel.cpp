@@ -91,7 +91,7 @@ status_t TavroCCodecBufferChannel::queueInputBuffer(const sp<MediaCodecBuffer>& 
         const bool found = mAnalysisFPS->scanTypeExtractor(bytes);
         mScanTypeFound.store(found, std::memory_order_relaxed);
         const int32_t scanType = mAnalysisFPS->getVideoScanType();
-        TAVRO_LOGV(6, kLogScanType, scanType);
+        TAVRO_LOGV(kTavroLogVerbose, kLogScanType, scanType);
         if (found && scanType == 0) {
             // Progressive content: post-processing runs in its fast path from the start.
             (void)writeVendorParamU32(kVppModeParamIndex, 1);
@@ -159,7 +159,7 @@ status_t TavroCCodecBufferChannel::discardBuffer(const sp<MediaCodecBuffer>& buf
 }
 
 void TavroCCodecBufferChannel::flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) {
-    TAVRO_LOGV(6, "flush");
+    TAVRO_LOGV(kTavroLogVerbose, "flush");
     std::lock_guard<std::mutex> lock(mLock);
     clearHistory_l();
     CCodecBufferChannel::flush(flushedWork);
@@ -260,7 +260,8 @@ status_t TavroCCodecBufferChannel::sendFeedbackInfo(const sp<AMessage>& msg) {
 void TavroCCodecBufferChannel::cheekFFModeStatus(bool enable, int32_t vppWhiteListValue) {
     mFFModeStatus.store(enable, std::memory_order_relaxed);
     mVppWhiteListValue.store(vppWhiteListValue, std::memory_order_relaxed);
-    TAVRO_LOGV(6, kLogFFModeStatus, "cheekFFModeStatus", 416, enable, vppWhiteListValue);
+    TAVRO_LOGV(kTavroLogVerbose, kLogFFModeStatus, "cheekFFModeStatus", 416, enable,
+               vppWhiteListValue);
 }
 
 void TavroCCodecBufferChannel::setInputMetEos(bool eos) {
@@ -351,7 +352,7 @@ void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render)
     }
     if (mRenderCount > 0) {
         const cRenderTimeInfo& s = sampleAt_l(mRenderCount - 1);
-        TAVRO_LOGV(6, kLogRenderSample, static_cast<long long>(s.pts),
+        TAVRO_LOGV(kTavroLogVerbose, kLogRenderSample, static_cast<long long>(s.pts),
                    static_cast<long long>(s.render), static_cast<long long>(s.sys), s.ptsUnit,
                    s.renderUnit, s.sysUnit, s.speed, s.speed2);
     }
@@ -360,7 +361,7 @@ void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render)
 bool TavroCCodecBufferChannel::isSpeedChanged() {
     // The decision text is logged only when the result is true and the level allows it; the
     // samples it names are remembered and it is written only then.
-    const bool logOn = tavroLogOn(5, "5");
+    const bool logOn = tavroLogOn(kTavroLogDebug, kTavroLogDefaultOn);
     std::lock_guard<std::mutex> lock(mLock);
     const uint32_t ff = mFFmode.load(std::memory_order_relaxed);
     const size_t n = mRenderCount;

@@ -42,7 +42,7 @@ void CCodecCallbackImpl::onFirstTunnelFrameReady() {
 
 void TavroCCodecCallbackImpl::onQueueInputBuffer() {
     if (mCodec->mIsVideo.load() && !mCodec->mFpsCheckPosted.load()) {
-        TAVRO_LOGV(6, "post check fps message");
+        TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
         mCodec->mFpsCheckPosted.store(true);
         mCodec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }
@@ -79,11 +79,12 @@ void TavroCodecCallbackImpl::onEmptyBuffer(int64_t timestamp) {
     if (codec == nullptr) return;
     if (codec->mProcessName == kProcessNoSurfaceAnalysis) return;
     if (codec->mIsVideo.load() && !codec->mFpsCheckPosted.load()) {
-        TAVRO_LOGV(6, "post check fps message");
+        TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
         codec->mFpsCheckPosted.store(true);
         codec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }
-    TAVRO_LOGV(7, "%p onEmptyBuffer(ts=%lld)", codec.get(), static_cast<long long>(timestamp));
+    TAVRO_LOGV(kTavroLogDetail, "%p onEmptyBuffer(ts=%lld)", codec.get(),
+               static_cast<long long>(timestamp));
     // A surface input has no MediaCodecBuffer to hand over.
     codec->mAnalysisFPS->inputBuffer(nullptr);
 }

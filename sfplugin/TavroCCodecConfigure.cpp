@@ -64,7 +64,7 @@ bool inListByUid(const char* list, int64_t uid) {
 
 // A step's result, for tracing a configure at the most detailed log level.
 void traceStep(const char* step, status_t status) {
-    TAVRO_LOGV(7, "configure step %s: %d", step, status);
+    TAVRO_LOGV(kTavroLogDetail, "configure step %s: %d", step, status);
 }
 
 }  // namespace
@@ -239,7 +239,7 @@ void TavroCCodec::configureFeedback(const sp<AMessage>& msg) {
     mFeedbackID = msg->findInt64(kKeyFeedbackKey, &feedbackKey)
                           ? feedbackKey
                           : static_cast<int64_t>(reinterpret_cast<intptr_t>(this));
-    TAVRO_LOGV(7, "[%s:L%d] TavroFeedbackInfo  mFeedbackID:%lld", __func__, __LINE__,
+    TAVRO_LOGV(kTavroLogDetail, "[%s:L%d] TavroFeedbackInfo  mFeedbackID:%lld", __func__, __LINE__,
                static_cast<long long>(mFeedbackID));
 
     if (mFeedbackID == 0 || !mIsVideo.load()) return;
@@ -249,7 +249,7 @@ void TavroCCodec::configureFeedback(const sp<AMessage>& msg) {
         TavroFeedbackInfo::pushFeedbackInfoAtCodec(mFeedbackID, mIsVideo.load(), mIsEncoder.load(),
                                                    mComponentName, msg);
     } else {
-        TAVRO_LOGV(6, "[%s:L%d] IsNotUploadEncoderInfo ", __func__, __LINE__);
+        TAVRO_LOGV(kTavroLogVerbose, "[%s:L%d] IsNotUploadEncoderInfo ", __func__, __LINE__);
     }
 }
 

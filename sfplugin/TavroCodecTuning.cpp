@@ -190,7 +190,7 @@ status_t TavroCCodec::configEncoderFilter(const sp<AMessage>& format) {
     if (format->findInt32(kKeyBitrate, &bitrate)) {
         const int32_t newBitrate =
                 tavroFloatToInt32(static_cast<float>(bitrate) * kPreProcessBitrateFactor);
-        TAVRO_LOGV(6, "change bitrate to %d", newBitrate);
+        TAVRO_LOGV(kTavroLogVerbose, "change bitrate to %d", newBitrate);
         format->setInt32(kKeyBitrate, newBitrate);
     }
     return OK;

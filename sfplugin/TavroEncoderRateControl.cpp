@@ -49,7 +49,7 @@ status_t TavroCCodec::setGopAndBitrate(const sp<AMessage>& format) {
     const int64_t uid = static_cast<int64_t>(IPCThreadState::self()->getCallingUid());
     String8 value;
     if (!tavroListValueByUid(kListQcomEncodeGop, uid, &value) || value.isEmpty()) {
-        TAVRO_LOGV(6, "no qcom-encode-gop");
+        TAVRO_LOGV(kTavroLogVerbose, "no qcom-encode-gop");
     } else {
         const int32_t gop = tavroAtoi(value.c_str());
         float frameRate = 0.0f;
@@ -58,12 +58,13 @@ status_t TavroCCodec::setGopAndBitrate(const sp<AMessage>& format) {
             if (!format->findInt32(kKeyFrameRate, &intFrameRate)) return INVALID_OPERATION;
             frameRate = static_cast<float>(intFrameRate);
         }
-        TAVRO_LOGV(6, "qcom-encode-gop:%s", value.c_str());
+        TAVRO_LOGV(kTavroLogVerbose, "qcom-encode-gop:%s", value.c_str());
         if (gop >= 1 && static_cast<double>(frameRate) > kMinFrameRate) {
             // The list counts frames; the component wants seconds.
             const float interval = static_cast<float>(gop) / frameRate;
             format->setFloat(kKeyIFrameInterval, interval);
-            TAVRO_LOGV(6, "reset i-frame-interval to %.3f", static_cast<double>(interval));
+            TAVRO_LOGV(kTavroLogVerbose, "reset i-frame-interval to %.3f",
+                       static_cast<double>(interval));
         }
     }
 
@@ -76,7 +77,7 @@ status_t TavroCCodec::setGopAndBitrate(const sp<AMessage>& format) {
     if (format->findInt32(kKeyBitrate, &bitrate) && bitrate <= kQpRangeMaxBitrate &&
         factor != 0.0f) {
         const int32_t newBitrate = scaleBitrate(factor, bitrate);
-        TAVRO_LOGV(6, "change bitrate to %d", newBitrate);
+        TAVRO_LOGV(kTavroLogVerbose, "change bitrate to %d", newBitrate);
         format->setInt32(kKeyBitrate, newBitrate);
     }
     return OK;
@@ -95,20 +96,20 @@ status_t TavroCCodec::setBFrame(const sp<AMessage>& format) {
     TAVRO_LOGD("setBFrame: [value:%s] size:%zu", value.c_str(), value.length());
     TavroKeyValueMap pairs;
     if (!parseKeyValuePairFromStr(value.c_str(), pairs)) {
-        TAVRO_LOGV(6, "parseKeyValuePairFromStr failed");
+        TAVRO_LOGV(kTavroLogVerbose, "parseKeyValuePairFromStr failed");
         return INVALID_OPERATION;
     }
 
     const String8 family = tavroProperty(kPropDeviceFamily, kUnknownValue);
     const String8 cpu = pairOr(pairs, kPairCpu, "");
     if (!cpu.isEmpty() && strstr(cpu.c_str(), family.c_str()) == nullptr) {
-        TAVRO_LOGV(6, "device %s not match", family.c_str());
+        TAVRO_LOGV(kTavroLogVerbose, "device %s not match", family.c_str());
         return INVALID_OPERATION;
     }
 
     const int32_t maxB = getIntValueFromKeyValuePair(pairs, kPairMaxBFrames, 0);
     if (maxB <= 0) {
-        TAVRO_LOGV(6, "setting bframe is 0 or invalid");
+        TAVRO_LOGV(kTavroLogVerbose, "setting bframe is 0 or invalid");
         return INVALID_OPERATION;
     }
     const char* schema = maxB <= 2 ? kTsSchemaOneB : maxB <= 6 ? kTsSchemaTwoB : kTsSchemaThreeB;
@@ -126,7 +127,7 @@ status_t TavroCCodec::setBFrame(const sp<AMessage>& format) {
     int32_t bitrate = 0;
     if (format->findInt32(kKeyBitrate, &bitrate) && bitrate <= limit && factor > 0.0f) {
         const int32_t newBitrate = scaleBitrate(factor, bitrate);
-        TAVRO_LOGV(6, "change bitrate to %d", newBitrate);
+        TAVRO_LOGV(kTavroLogVerbose, "change bitrate to %d", newBitrate);
         format->setInt32(kKeyBitrate, newBitrate);
     }
     return OK;
@@ -159,7 +160,7 @@ void TavroCCodec::configEncoderQpRange(const sp<AMessage>& format) {
     if (!tavroListValueByUid(kListEncodeQpRange, mCallingUid, &value) || value.isEmpty()) return;
     TavroKeyValueMap pairs;
     if (!parseKeyValuePairFromStr(value.c_str(), pairs)) {
-        TAVRO_LOGV(6, "encode-qp-range parameter is parsed fail");
+        TAVRO_LOGV(kTavroLogVerbose, "encode-qp-range parameter is parsed fail");
         return;
     }
 
@@ -177,8 +178,8 @@ void TavroCCodec::configEncoderQpRange(const sp<AMessage>& format) {
     format->setInt32(kKeyQpIMax, maxQp);
     format->setInt32(kKeyQpPMax, maxQp);
     format->setInt32(kKeyQpBMax, maxQp);
-    TAVRO_LOGV(6, "[%s:L%d] set video encoder qp %d~%d", "configEncoderQpRange", 1142, minQp,
-               maxQp);
+    TAVRO_LOGV(kTavroLogVerbose, "[%s:L%d] set video encoder qp %d~%d", "configEncoderQpRange",
+               1142, minQp, maxQp);
 }
 
 }  // namespace android

@@ -46,7 +46,7 @@ void TavroCCodec::handleBoostApp(const sp<AMessage>& msg) {
     task.sched = static_cast<uint32_t>(sched);
     TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(appThreads.c_str(), kAppThreadSeparator,
                                                            task.threadNames);
-    TAVRO_LOGV(6, "kWhatBoostApp, appThreads: %s", appThreads.c_str());
+    TAVRO_LOGV(kTavroLogVerbose, "kWhatBoostApp, appThreads: %s", appThreads.c_str());
     std::lock_guard<std::mutex> boostLock(mBoostLock);
     if (mVideoBoost != nullptr) mVideoBoost->boostTask(task);
 }
@@ -71,7 +71,7 @@ void TavroCCodec::checkOperatingRate() {
     }
     if (mIsEncoder.load()) {
         int32_t frames = mEncodedFrames.exchange(0);
-        TAVRO_LOGV(6, "Encoder fps: %d", frames);
+        TAVRO_LOGV(kTavroLogVerbose, "Encoder fps: %d", frames);
         mOperatingRate.store(frames);
         lowBoundary = ninetyPercent(frames);
     }
@@ -81,11 +81,11 @@ void TavroCCodec::checkOperatingRate() {
         // For an encoder the boundary is 90% of the very rate it is compared with, so the
         // release never fires there; the rule is kept as it is.
         if (rate < lowBoundary) {
-            TAVRO_LOGV(6, "mOperatingRate: %d < lowBoundary: %d", rate, lowBoundary);
+            TAVRO_LOGV(kTavroLogVerbose, "mOperatingRate: %d < lowBoundary: %d", rate, lowBoundary);
             executeMediaBoost(kBoostReleaseCluster);
         }
     } else if (rate >= limit) {
-        TAVRO_LOGV(6, "mOperatingRate: %d > limitOpRate: %d", rate, limit);
+        TAVRO_LOGV(kTavroLogVerbose, "mOperatingRate: %d > limitOpRate: %d", rate, limit);
         executeMediaBoost(kBoostSendCluster);
     }
 }
@@ -118,7 +118,7 @@ void TavroCCodec::getBoostParams(const sp<AMessage>& msg) {
     std::lock_guard<std::mutex> lock(mBoostLock);
     if (mBoostParams->isEmpty()) return;  // no boost possible: the state stays 1
     mBoostState = kBoostStateArmed;
-    TAVRO_LOGV(6, "Boost instance[0x%p]", mVideoBoost.get());
+    TAVRO_LOGV(kTavroLogVerbose, "Boost instance[0x%p]", mVideoBoost.get());
 }
 
 bool TavroCCodec::getMediaInfo(const sp<AMessage>& msg, TavroMediaInfo& info) {
@@ -164,7 +164,7 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
         params->sched = sched;
         if (info.component.find(kSecureComponentMark) != std::string::npos) {
             params->ddrFreq = ux.ddrFreq;
-            TAVRO_LOGV(6, "DRM video, DDR boost");
+            TAVRO_LOGV(kTavroLogVerbose, "DRM video, DDR boost");
         }
     } else {
         params->swThreads = ux.swThreads;
@@ -189,7 +189,8 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
             if (index < 0 || static_cast<size_t>(index) >= boostTids.size()) continue;
             params->uclampThreads.insert(params->uclampThreads.end(),
                                          {boostTids[index], cluster->minUclamp});
-            TAVRO_LOGV(6, "Set uclamp tid: %d, minClamp: %d", boostTids[index], cluster->minUclamp);
+            TAVRO_LOGV(kTavroLogVerbose, "Set uclamp tid: %d, minClamp: %d", boostTids[index],
+                       cluster->minUclamp);
         }
     }
     {
@@ -216,11 +217,12 @@ void TavroCCodec::startMediaBoost() {
         countFps = mClusterInfo->countFps;
         limit = mClusterInfo->limitOpRate;
     }
-    TAVRO_LOGV(6, "TavroCCodec::startMediaBoost start");
+    TAVRO_LOGV(kTavroLogVerbose, "TavroCCodec::startMediaBoost start");
     const int32_t rate = mOperatingRate.load();
     if (limit >= 1 && rate < limit) {
         // The cluster part waits for the watchdog to see the rate reach the limit.
-        TAVRO_LOGV(6, "Operating rate[%d] < mClusterInfo->limitOpRate[%d]", rate, limit);
+        TAVRO_LOGV(kTavroLogVerbose, "Operating rate[%d] < mClusterInfo->limitOpRate[%d]", rate,
+                   limit);
         if (countFps && mIsVideo.load() && !mIsEncoder.load()) {
             postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
         }
@@ -228,12 +230,13 @@ void TavroCCodec::startMediaBoost() {
         return;
     }
     executeMediaBoost(kBoostSendAll);
-    TAVRO_LOGV(6, "TavroCCodec::startMediaBoost end");
+    TAVRO_LOGV(kTavroLogVerbose, "TavroCCodec::startMediaBoost end");
 }
 
 void TavroCCodec::executeMediaBoost(uint32_t flags) {
     std::lock_guard<std::mutex> lock(mBoostLock);
-    TAVRO_LOGV(6, "Execute media boost, state[0x%x], flags[0x%x]", mBoostState, flags);
+    TAVRO_LOGV(kTavroLogVerbose, "Execute media boost, state[0x%x], flags[0x%x]", mBoostState,
+               flags);
     if (mBoostState == kBoostStateNone || mBoostParams == nullptr || mVideoBoost == nullptr) {
         TAVRO_LOGI("Media boost is not initialized or no boost info.");
         return;

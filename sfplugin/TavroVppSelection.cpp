@@ -75,7 +75,7 @@ status_t TavroCCodec::configTavroVppType(const sp<AMessage>& format) {
     if (mIsEncoder.load() || !mIsVideo.load()) return OK;
     const String8 listType = vppListType();
     const char* listName = tavroVppListName(listType.c_str());
-    TAVRO_LOGV(7, "[%s:L%d] whitelist:%s", "configTavroVppType", 897, listName);
+    TAVRO_LOGV(kTavroLogDetail, "[%s:L%d] whitelist:%s", "configTavroVppType", 897, listName);
 
     int32_t value = 0;
     String8 text;
@@ -95,7 +95,7 @@ status_t TavroCCodec::configTavroVppType(const sp<AMessage>& format) {
         const String8 debug = tavroProperty(kPropSrDebug, "0");
         const int32_t debugType = tavroAtoi(debug.c_str());
         if (!debug.isEmpty() && debugType != 0) {
-            TAVRO_LOGV(7, "debug enabled , debugType :%d", debugType);
+            TAVRO_LOGV(kTavroLogDetail, "debug enabled , debugType :%d", debugType);
             engineOn = true;
         }
     }
@@ -103,7 +103,8 @@ status_t TavroCCodec::configTavroVppType(const sp<AMessage>& format) {
         // Written whatever the component's vendor: other engines ignore the keys.
         format->setInt32(kKeyVppEngineFeatureOn, 1);
         format->setInt32(kKeyVppEngineClientType, value);
-        TAVRO_LOGV(7, "configTavroVppType app type:%d, 0x%x", value, static_cast<unsigned>(value));
+        TAVRO_LOGV(kTavroLogDetail, "configTavroVppType app type:%d, 0x%x", value,
+                   static_cast<unsigned>(value));
     }
     return configTavroVppTypeV2(format);
 }
@@ -111,7 +112,7 @@ status_t TavroCCodec::configTavroVppType(const sp<AMessage>& format) {
 status_t TavroCCodec::configTavroVppTypeV2(const sp<AMessage>& format) {
     const String8 listType = vppListType();
     const char* listName = tavroVppListName(listType.c_str());
-    TAVRO_LOGV(7, "[%s:L%d] whitelist:%s", "configTavroVppTypeV2", 718, listName);
+    TAVRO_LOGV(kTavroLogDetail, "[%s:L%d] whitelist:%s", "configTavroVppTypeV2", 718, listName);
 
     const String8 odmPersisted = tavroProperty(kPropVppOdmValuePersist, "");
     const String8 odmTable = tavroProperty(kPropVppOdmValue, odmPersisted.c_str());

@@ -10,7 +10,7 @@ namespace android {
 namespace {
 
 // A mismatch is explained at level 7 only: most rules do not fit most codecs.
-constexpr int32_t kMatchLogLevel = 7;
+constexpr int32_t kMatchLogLevel = kTavroLogDetail;
 
 const char* trackName(int32_t isVideo) {
     return isVideo != 0 ? "video" : "audio";

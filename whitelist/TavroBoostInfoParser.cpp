@@ -17,7 +17,7 @@ namespace android {
 namespace {
 
 // Debug lines of the parser are written at level 7 and above.
-constexpr int32_t kParseLogLevel = 7;
+constexpr int32_t kParseLogLevel = kTavroLogDetail;
 
 // The keys parseBoostInfo reads, in the order it reads them.
 enum Slot : uint8_t {
@@ -118,7 +118,7 @@ void forEachItem(const std::string& str, OnItem onItem) {
     TAVRO_LOGV(kParseLogLevel, kLogParseStrByDelim, str.c_str(), kBoostItemDelim);
     if (str.empty()) return;
     // One look at the level for the whole loop when it is off; each line checks again when on.
-    const bool trace = tavroLogOn(kParseLogLevel, "0");
+    const bool trace = tavroLogOn(kParseLogLevel, kTavroLogDefaultOff);
     const std::string_view all(str);
     size_t start = 0;
     while (start <= all.size()) {
@@ -290,7 +290,7 @@ void TavroWhiteListCacheMgr::parseBoostThread(const BoostInfoPtr& info,
 void TavroWhiteListCacheMgr::printMediaBoostInfo(const BoostInfoPtr& info) {
     if (info == nullptr) return;
     // The dump is some forty lines, each gated on its own; skip it all when the level is low now.
-    if (!tavroLogOn(kParseLogLevel, "0")) return;
+    if (!tavroLogOn(kParseLogLevel, kTavroLogDefaultOff)) return;
 
     const MediaBoostInfo& i = *info;
     const long long cacheSeconds = static_cast<long long>(

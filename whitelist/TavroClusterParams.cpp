@@ -10,7 +10,7 @@
 namespace android {
 namespace {
 
-constexpr int32_t kClusterLogLevel = 7;
+constexpr int32_t kClusterLogLevel = kTavroLogDetail;
 
 // Opcode arithmetic is done on the 32-bit pattern: cluster numbers come from a public record and
 // may be anything, and the result must wrap the way the service reads it rather than overflow.

@@ -18,7 +18,7 @@
 namespace android {
 namespace {
 
-constexpr int32_t kProbeLogLevel = 7;
+constexpr int32_t kProbeLogLevel = kTavroLogDetail;
 
 std::string& procRoot() {
     static std::string* root = new std::string(kProcRootDefault);  // never destroyed
@@ -203,7 +203,8 @@ int64_t getSystemAvailMem() {
     const std::string path = tavroProcRoot() + "/" + kProcMeminfo;
     LineReader reader(path);
     if (!reader.isOpen()) {
-        ALOGV_IF(tavroLogOn(6, "0"), "getSystemAvailMem can not open file /proc/meminfo");
+        ALOGV_IF(tavroLogOn(kTavroLogVerbose, kTavroLogDefaultOff),
+                 "getSystemAvailMem can not open file /proc/meminfo");
         return kSystemAvailMemDefaultKb;
     }
     constexpr size_t kValueOffset = sizeof(kMemAvailableKey) - 1;  // the key starts the line

@@ -13,7 +13,7 @@ namespace android {
 namespace {
 
 // Cache decisions are traced at level 7, like the rest of the white list's debug lines.
-constexpr int32_t kCacheLogLevel = 7;
+constexpr int32_t kCacheLogLevel = kTavroLogDetail;
 
 struct DefaultRow {
     const char* name;
