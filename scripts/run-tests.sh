@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Sets everything up and runs every test: a format check, a normal build, an ASan+UBSan build, a
-# TSan build of the suites that exercise threads (names containing "Thread"), and a short run of
-# every fuzz target.
+# Sets everything up and runs every test: a format check (C++ files, and Android.bp through bpfmt),
+# a normal build, an ASan+UBSan build, a TSan build of the suites that exercise threads (names
+# containing "Thread"), and a short run of every fuzz target.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 cd "$root"

@@ -1,10 +1,9 @@
-// AString, String8 and ABuffer.
+// AString and ABuffer.
 #include <gtest/gtest.h>
 
 #include <media/stagefright/foundation/ABuffer.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <media/stagefright/foundation/AString.h>
-#include <utils/String8.h>
 
 #include <cstring>
 #include <vector>
@@ -91,42 +90,6 @@ TEST(AStringTest, EditingOperations) {
     EXPECT_TRUE(s.empty());
     EXPECT_STREQ("w=1920 h=1080 r=29.97",
                  AStringPrintf("w=%d h=%d r=%.2f", 1920, 1080, 29.97).c_str());
-}
-
-TEST(String8Test, FormatAppendFindAndCompare) {
-    String8 s = String8::format("%s:%d", "uid", 10086);
-    EXPECT_STREQ("uid:10086", s.c_str());
-    EXPECT_STREQ("uid:10086", s.string());
-    EXPECT_EQ(9u, s.size());
-    EXPECT_EQ(9u, s.length());
-    EXPECT_EQ(OK, s.appendFormat(",%03d", 7));
-    s += ";";
-    s += String8("x");
-    EXPECT_EQ(OK, s.append("yz"));
-    EXPECT_STREQ("uid:10086,007;xyz", s.c_str());
-    EXPECT_EQ(4, s.find("10086"));
-    EXPECT_EQ(-1, s.find("10086", 5));
-    EXPECT_EQ(-1, s.find("10086", 500));
-    EXPECT_TRUE(s.contains(";x"));
-    EXPECT_FALSE(s.contains("UID"));
-    EXPECT_EQ(BAD_VALUE, s.appendFormat(nullptr));
-
-    EXPECT_TRUE(String8("a") < String8("b"));
-    EXPECT_TRUE(String8("a") == "a");
-    EXPECT_TRUE(String8("a") != String8("b"));
-    EXPECT_TRUE(String8(nullptr).isEmpty());
-    EXPECT_STREQ("ab", String8("abc", 2).c_str());
-    EXPECT_STREQ("std", String8(std::string("std")).c_str());
-    EXPECT_EQ("std", String8(std::string("std")).toStdString());
-
-    String8 t("Keep");
-    t.setTo("New");
-    EXPECT_STREQ("New", t.c_str());
-    t.toLower();
-    EXPECT_STREQ("new", t.c_str());
-    t.clear();
-    EXPECT_TRUE(t.isEmpty());
-    EXPECT_STREQ("", t.c_str());
 }
 
 TEST(ABufferTest, OwningBufferIsZeroedAndCopiesWhenAsked) {

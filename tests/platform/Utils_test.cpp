@@ -1,20 +1,15 @@
-// Host clock and systemTime, Singleton, Mutex/Condition, IPCThreadState and the fatal checks.
+// Host clock and systemTime, IPCThreadState and the fatal checks.
 #include <gtest/gtest.h>
 
 #include <binder/IPCThreadState.h>
 #include <host/HostClock.h>
 #include <media/stagefright/foundation/ADebug.h>
 #include <media/stagefright/foundation/AMessage.h>
-#include <utils/Condition.h>
-#include <utils/Mutex.h>
-#include <utils/Singleton.h>
 #include <utils/Timers.h>
 
 #include <unistd.h>
 
-#include <atomic>
 #include <thread>
-#include <vector>
 
 namespace android {
 namespace {
@@ -38,7 +33,7 @@ TEST_F(HostClockTest, ManualClockDrivesMonotonicAndBootTime) {
     EXPECT_EQ(5000 + 3000000, HostClock::now());
     // Wall and CPU clocks stay real.
     EXPECT_GT(systemTime(SYSTEM_TIME_REALTIME), s2ns(1500000000));
-    EXPECT_EQ(0, systemTime(99));
+    EXPECT_GT(systemTime(SYSTEM_TIME_THREAD), 0);
 
     HostClock::useManual();
     EXPECT_EQ(HostClock::kDefaultManualStartNs, systemTime());
@@ -60,76 +55,6 @@ TEST_F(HostClockTest, ListenersHearAdvancesUntilRemoved) {
     HostClock::removeListener(id);
     HostClock::advance(1);
     EXPECT_EQ(2, calls);
-}
-
-TEST(TimersTest, ConversionHelpers) {
-    EXPECT_EQ(2000000000, s2ns(2));
-    EXPECT_EQ(3000000, ms2ns(3));
-    EXPECT_EQ(4000, us2ns(4));
-    EXPECT_EQ(1, ns2s(1999999999));
-    EXPECT_EQ(16, ns2ms(16666666));
-    EXPECT_EQ(16666, ns2us(16666666));
-}
-
-class Counted : public Singleton<Counted> {
-  public:
-    static std::atomic<int> sCreated;
-    int value = 5;
-
-  private:
-    friend class Singleton<Counted>;
-    Counted() { sCreated++; }
-};
-std::atomic<int> Counted::sCreated{0};
-ANDROID_SINGLETON_STATIC_INSTANCE(Counted);
-
-TEST(SingletonThreadTest, FirstUseCreatesExactlyOneInstance) {
-    // The instance lives for the process: on a repeated run it already exists.
-    EXPECT_EQ(Counted::sCreated.load() == 1, Counted::hasInstance());
-    std::vector<std::thread> threads;
-    std::vector<Counted*> seen(8, nullptr);
-    for (size_t i = 0; i < seen.size(); ++i) {
-        threads.emplace_back([i, &seen] { seen[i] = &Counted::getInstance(); });
-    }
-    for (std::thread& t : threads) t.join();
-    EXPECT_TRUE(Counted::hasInstance());
-    EXPECT_EQ(1, Counted::sCreated.load());
-    for (Counted* c : seen) EXPECT_EQ(&Counted::getInstance(), c);
-    EXPECT_EQ(5, Counted::getInstance().value);
-}
-
-TEST(MutexThreadTest, AutolockExcludesAndConditionWakes) {
-    Mutex lock;
-    Condition cond;
-    int counter = 0;
-    bool ready = false;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 10000; ++i) {
-                AutoMutex guard(lock);
-                ++counter;
-            }
-        });
-    }
-    std::thread signaller([&] {
-        Mutex::Autolock guard(&lock);
-        ready = true;
-        cond.broadcast();
-    });
-    {
-        Mutex::Autolock guard(lock);
-        while (!ready) ASSERT_EQ(OK, cond.wait(lock));
-    }
-    for (std::thread& t : threads) t.join();
-    signaller.join();
-    EXPECT_EQ(40000, counter);
-
-    ASSERT_EQ(OK, lock.tryLock());
-    std::thread other([&] { EXPECT_EQ(-EBUSY, lock.tryLock()); });
-    other.join();
-    EXPECT_EQ(TIMED_OUT, cond.waitRelative(lock, 1000));  // nobody signals: times out
-    lock.unlock();
 }
 
 TEST(IPCThreadStateThreadTest, CallingIdentityIsPerThread) {

@@ -254,7 +254,7 @@ TEST_F(TavroCCodecConfigureTest, AacBatchModeForListedActivities) {
         {"property slots", listed, {}, {i32("tavro.batchmode.num", 40)}, OK,
          {{"debug.stagefright.TSC", "40"}}},
         {"property not a number", listed, {}, {i32("tavro.batchmode.num", 25)}, OK,
-         {{"debug.stagefright.TSC", "4x"}}},
+         {{"debug.stagefright.TSC", "x4"}}},
         {"not listed", {}, {}, {}},
         {"default slots", listed, {}, {i32("tavro.batchmode.num", 25)}},
     });

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <limits>
 #include <vector>
 
@@ -33,14 +32,14 @@ std::atomic<ALooper::handler_id> sNextHandlerId{1};
 std::atomic<uint64_t> sNextSequence{1};
 
 // Live manual loopers, for the process-wide advance.
-std::mutex sManualLock;
+Mutex sManualLock;
 std::vector<wp<ALooper>>& manualLoopers() {
     static std::vector<wp<ALooper>>* loopers = new std::vector<wp<ALooper>>();
     return *loopers;
 }
 
 std::vector<sp<ALooper>> liveManualLoopers() {
-    std::lock_guard<std::mutex> guard(sManualLock);
+    Mutex::Autolock guard(sManualLock);
     std::vector<sp<ALooper>> live;
     std::vector<wp<ALooper>>& all = manualLoopers();
     for (auto it = all.begin(); it != all.end();) {
@@ -74,7 +73,7 @@ ALooper::ALooper() : mName("ALooper") {}
 
 ALooper::~ALooper() {
     stop();
-    std::lock_guard<std::mutex> guard(sManualLock);
+    Mutex::Autolock guard(sManualLock);
     std::vector<wp<ALooper>>& all = manualLoopers();
     all.erase(std::remove_if(all.begin(), all.end(),
                              [this](const wp<ALooper>& w) { return w.unsafe_get() == this; }),
@@ -82,12 +81,12 @@ ALooper::~ALooper() {
 }
 
 void ALooper::setName(const char* name) {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     mName = name != nullptr ? name : "";
 }
 
 const char* ALooper::getName() const {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     return mName.c_str();
 }
 
@@ -99,7 +98,7 @@ ALooper::handler_id ALooper::registerHandler(const sp<AHandler>& handler) {
     }
     handler_id id = sNextHandlerId.fetch_add(1);
     handler->setID(id, this);
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     mHandlers.emplace(id, handler);
     return id;
 }
@@ -107,7 +106,7 @@ ALooper::handler_id ALooper::registerHandler(const sp<AHandler>& handler) {
 void ALooper::unregisterHandler(handler_id handlerID) {
     sp<AHandler> handler;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         auto it = mHandlers.find(handlerID);
         if (it == mHandlers.end()) {
             ALOGW("unregisterHandler: handler %d is not registered with this looper", handlerID);
@@ -122,7 +121,7 @@ void ALooper::unregisterHandler(handler_id handlerID) {
 status_t ALooper::start(bool /*runOnCallingThread*/, bool /*canCallJava*/, int32_t /*priority*/) {
     // Registered outside mLock: the clock calls listeners under its own lock, and they take mLock.
     int listener = HostClock::addListener([this] { wake(); });
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     if (mManual || mThread.joinable()) {
         HostClock::removeListener(listener);
         ALOGW("start: %s", mManual ? "a manual looper has no thread" : "already running");
@@ -139,7 +138,7 @@ status_t ALooper::stop() {
     std::thread thread;
     int listener = -1;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         if (!mThread.joinable()) return INVALID_OPERATION;
         thread = std::move(mThread);
         mThreadState->exit = true;
@@ -148,7 +147,7 @@ status_t ALooper::stop() {
         mClockListener = -1;
     }
     HostClock::removeListener(listener);
-    mQueueChanged.notify_all();
+    mQueueChanged.broadcast();
     if (thread.get_id() == std::this_thread::get_id()) {
         // Stopping from a handler: the thread ends after this message, on its own.
         thread.detach();
@@ -165,20 +164,20 @@ int64_t ALooper::GetNowUs() {
 void ALooper::post(const sp<AMessage>& msg, int64_t delayUs) {
     int64_t due = dueTimeNs(HostClock::now(), delayUs);
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         mEventQueue.emplace(EventKey(due, sNextSequence.fetch_add(1)), msg);
     }
-    mQueueChanged.notify_all();
+    mQueueChanged.broadcast();
 }
 
 void ALooper::wake() {
     // Taking the lock orders this wake-up after a waiter's last look at the clock.
-    { std::lock_guard<std::mutex> guard(mLock); }
-    mQueueChanged.notify_all();
+    { Mutex::Autolock guard(mLock); }
+    mQueueChanged.broadcast();
 }
 
 bool ALooper::popDue(int64_t limitNs, int64_t* dueNs, sp<AMessage>* msg) {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     auto it = mEventQueue.begin();
     if (it == mEventQueue.end() || it->first.first > limitNs) return false;
     *dueNs = it->first.first;
@@ -188,7 +187,7 @@ bool ALooper::popDue(int64_t limitNs, int64_t* dueNs, sp<AMessage>* msg) {
 }
 
 bool ALooper::peekDue(int64_t* dueNs, uint64_t* seq) const {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     auto it = mEventQueue.begin();
     if (it == mEventQueue.end()) return false;
     *dueNs = it->first.first;
@@ -199,7 +198,7 @@ bool ALooper::peekDue(int64_t* dueNs, uint64_t* seq) const {
 void ALooper::deliver(const sp<AMessage>& msg) {
     bool registered;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         registered = mHandlers.count(msg->mTarget) > 0;
     }
     if (!registered) {
@@ -215,12 +214,12 @@ void ALooper::threadMain(ALooper* looper, wp<ALooper> weak, std::shared_ptr<Thre
         {
             // `looper` is valid here: stop() and the destructor join this thread, except when they
             // run on it, and then `state->exit` ends the loop below before coming back.
-            std::unique_lock<std::mutex> lock(looper->mLock);
+            Mutex::Autolock lock(looper->mLock);
             while (true) {
                 if (state->exit) return;
                 auto it = looper->mEventQueue.begin();
                 if (it == looper->mEventQueue.end()) {
-                    looper->mQueueChanged.wait(lock);
+                    looper->mQueueChanged.wait(looper->mLock);
                     continue;
                 }
                 int64_t now = HostClock::now();
@@ -231,10 +230,9 @@ void ALooper::threadMain(ALooper* looper, wp<ALooper> weak, std::shared_ptr<Thre
                 }
                 if (HostClock::isManual()) {
                     // Manual time moves only through HostClock::advance, which wakes us.
-                    looper->mQueueChanged.wait(lock);
+                    looper->mQueueChanged.wait(looper->mLock);
                 } else {
-                    looper->mQueueChanged.wait_for(lock,
-                                                   std::chrono::nanoseconds(it->first.first - now));
+                    looper->mQueueChanged.waitRelative(looper->mLock, it->first.first - now);
                 }
             }
         }
@@ -249,14 +247,14 @@ void ALooper::threadMain(ALooper* looper, wp<ALooper> weak, std::shared_ptr<Thre
 
 status_t ALooper::setManualForTesting(bool manual) {
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         if (mThread.joinable()) {
             ALOGW("setManualForTesting: the looper thread is running");
             return INVALID_OPERATION;
         }
         mManual = manual;
     }
-    std::lock_guard<std::mutex> guard(sManualLock);
+    Mutex::Autolock guard(sManualLock);
     std::vector<wp<ALooper>>& all = manualLoopers();
     auto it = std::find_if(all.begin(), all.end(),
                            [this](const wp<ALooper>& w) { return w.unsafe_get() == this; });
@@ -269,7 +267,7 @@ status_t ALooper::setManualForTesting(bool manual) {
 }
 
 bool ALooper::isManualForTesting() const {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     return mManual;
 }
 
@@ -317,7 +315,7 @@ size_t ALooper::runPendingForTesting() {
 }
 
 size_t ALooper::pendingCountForTesting() const {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     return mEventQueue.size();
 }
 
@@ -330,7 +328,7 @@ int64_t ALooper::nextDueTimeUsForTesting() const {
 void ALooper::clearPendingForTesting() {
     std::multimap<EventKey, sp<AMessage>> dropped;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         dropped.swap(mEventQueue);
     }
     // Messages are released outside the lock: their destructors may post or take other locks.

@@ -39,12 +39,12 @@ void appendWhat(AString* s, uint32_t what) {
 
 bool AReplyToken::setReply(const sp<AMessage>& reply) {
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         if (mHasReply) return false;
         mReply = reply;
         mHasReply = true;
     }
-    mReplied.notify_all();
+    mReplied.broadcast();
     return true;
 }
 
@@ -55,20 +55,20 @@ status_t AReplyToken::awaitResponse(sp<AMessage>* response) {
         looper.clear();
         while (true) {
             {
-                std::lock_guard<std::mutex> guard(mLock);
+                Mutex::Autolock guard(mLock);
                 if (mHasReply) break;
             }
             sp<ALooper> current = mLooper.promote();
             if (current == nullptr || current->runPendingForTesting() == 0) {
-                std::lock_guard<std::mutex> guard(mLock);
+                Mutex::Autolock guard(mLock);
                 if (mHasReply) break;
                 ALOGW("postAndAwaitResponse: manual looper ran dry without a reply");
                 return WOULD_BLOCK;
             }
         }
     }
-    std::unique_lock<std::mutex> lock(mLock);
-    mReplied.wait(lock, [this] { return mHasReply; });
+    Mutex::Autolock guard(mLock);
+    while (!mHasReply) mReplied.wait(mLock);
     if (response != nullptr) *response = mReply;
     return OK;
 }

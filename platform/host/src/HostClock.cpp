@@ -1,7 +1,11 @@
 // The controllable host clock and systemTime().
+#define LOG_TAG "HostClock"
+
 #include <host/HostClock.h>
+#include <log/log.h>
 #include <utils/Timers.h>
 
+#include <dlfcn.h>
 #include <time.h>
 
 #include <atomic>
@@ -84,21 +88,19 @@ void HostClock::removeListener(int id) {
 }  // namespace host
 }  // namespace android
 
-nsecs_t systemTime(int clock) {
+// libutils' systemTime(), taken over by this definition (the program's own symbol comes before the
+// shared library's) so that the manual clock drives the monotonic and boot-time clocks the library
+// reads. Every other case is answered by libutils itself.
+extern "C" nsecs_t systemTime(int clock) {
     using android::host::HostClock;
-    switch (clock) {
-        case SYSTEM_TIME_REALTIME:
-            return android::host::readClock(CLOCK_REALTIME);
-        case SYSTEM_TIME_MONOTONIC:
-            return HostClock::now();
-        case SYSTEM_TIME_PROCESS:
-            return android::host::readClock(CLOCK_PROCESS_CPUTIME_ID);
-        case SYSTEM_TIME_THREAD:
-            return android::host::readClock(CLOCK_THREAD_CPUTIME_ID);
-        case SYSTEM_TIME_BOOTTIME:
-            return HostClock::isManual() ? HostClock::now()
-                                         : android::host::readClock(CLOCK_BOOTTIME);
-        default:
-            return 0;
+    if ((clock == SYSTEM_TIME_MONOTONIC || clock == SYSTEM_TIME_BOOTTIME) &&
+        HostClock::isManual()) {
+        return HostClock::now();
     }
+    using SystemTimeFn = nsecs_t (*)(int);
+    static const SystemTimeFn libutilsSystemTime =
+            reinterpret_cast<SystemTimeFn>(dlsym(RTLD_NEXT, "systemTime"));
+    LOG_ALWAYS_FATAL_IF(libutilsSystemTime == nullptr, "libutils' systemTime not found: %s",
+                        dlerror());
+    return libutilsSystemTime(clock);
 }

@@ -1,4 +1,7 @@
-// Host log: brief-form lines on stderr and a bounded in-memory sink.
+// Host log: liblog's output taken through its logger hook, as brief-form lines on stderr and a
+// bounded in-memory sink. Fatal checks go through liblog's own __android_log_assert, which hands
+// the record to the hook before its aborter ends the process.
+#include <android/log.h>
 #include <log/log.h>
 
 #include <host/HostLog.h>
@@ -7,7 +10,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <deque>
 #include <mutex>
 
@@ -53,7 +55,8 @@ void emit(LogRecord record) {
     bool toStderr;
     {
         std::lock_guard<std::mutex> guard(s.lock);
-        toStderr = record.priority >= s.stderrPriority;
+        // Fatal lines always reach stderr, whatever the configured priority.
+        toStderr = record.priority >= s.stderrPriority || record.priority >= ANDROID_LOG_FATAL;
         listener = s.listener;
         if (s.capacity > 0) {
             if (s.records.size() >= s.capacity) s.records.pop_front();
@@ -68,27 +71,22 @@ void emit(LogRecord record) {
     if (listener) listener(record);
 }
 
-LogRecord makeRecord(int prio, const char* tag, const char* fmt, va_list ap) {
+void hostLogger(const __android_logger_data* data, const char* message) {
     LogRecord record;
-    record.priority = prio;
-    record.tag = tag ? tag : "";
+    record.priority = data->priority;
+    record.tag = data->tag != nullptr ? data->tag : "";
+    record.message = message != nullptr ? message : "";
     record.pid = static_cast<int>(getpid());
     record.tid = static_cast<int>(syscall(SYS_gettid));
-    if (fmt != nullptr) {
-        va_list copy;
-        va_copy(copy, ap);
-        char small[512];
-        int n = vsnprintf(small, sizeof(small), fmt, copy);
-        va_end(copy);
-        if (n >= 0 && static_cast<size_t>(n) < sizeof(small)) {
-            record.message.assign(small, static_cast<size_t>(n));
-        } else if (n >= 0) {
-            record.message.resize(static_cast<size_t>(n) + 1);
-            vsnprintf(&record.message[0], record.message.size(), fmt, ap);
-            record.message.resize(static_cast<size_t>(n));
-        }
-    }
-    return record;
+    emit(std::move(record));
+}
+
+// Every line reaches the hook: HostLog filters what goes to stderr. Without the minimum
+// priority, host liblog drops lines below INFO before any logger sees them.
+int installLogger() {
+    __android_log_set_logger(hostLogger);
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    return 1;
 }
 
 }  // namespace
@@ -144,33 +142,5 @@ std::string HostLog::format(const LogRecord& record) {
 }  // namespace host
 }  // namespace android
 
-using android::host::emit;
-using android::host::makeRecord;
-
-extern "C" int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
-    emit(makeRecord(prio, tag, fmt, ap));
-    return 1;
-}
-
-extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    int rc = __android_log_vprint(prio, tag, fmt, ap);
-    va_end(ap);
-    return rc;
-}
-
-extern "C" void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    android::host::LogRecord record = makeRecord(ANDROID_LOG_FATAL, tag, fmt, ap);
-    va_end(ap);
-    if (record.message.empty() && cond != nullptr) {
-        record.message = std::string("Assertion failed: ") + cond;
-    }
-    // Fatal lines always reach stderr, whatever the configured priority.
-    std::string line = android::host::HostLog::format(record) + "\n";
-    fwrite(line.data(), 1, line.size(), stderr);
-    fflush(stderr);
-    abort();
-}
+// Installed before main(); the build makes every program take this object from the archive.
+extern "C" const int tavro_host_log_installed = android::host::installLogger();

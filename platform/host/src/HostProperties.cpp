@@ -1,13 +1,12 @@
-// Host system property store with property_get semantics and a change serial.
-#include <cutils/properties.h>
+// Host system property area: the bionic calls behind libcutils' property_get family, and the
+// host-only control of the store.
 #include <sys/system_properties.h>
 
 #include <host/HostProperties.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <mutex>
@@ -33,32 +32,6 @@ std::string trim(const std::string& text) {
     if (begin == std::string::npos) return "";
     size_t end = text.find_last_not_of(" \t\r");
     return text.substr(begin, end - begin + 1);
-}
-
-// Reads the value into a fixed buffer; returns false when unset or empty.
-bool readValue(const char* key, char* out, size_t size) {
-    if (key == nullptr) return false;
-    PropertyState& s = state();
-    std::lock_guard<std::mutex> guard(s.lock);
-    auto it = s.values.find(key);
-    if (it == s.values.end() || it->second.empty()) return false;
-    size_t n = it->second.size() < size - 1 ? it->second.size() : size - 1;
-    memcpy(out, it->second.data(), n);
-    out[n] = '\0';
-    return true;
-}
-
-template <typename T>
-T readInteger(const char* key, T defaultValue, T minValue, T maxValue) {
-    char buf[PROPERTY_VALUE_MAX];
-    if (!readValue(key, buf, sizeof(buf))) return defaultValue;
-    errno = 0;
-    char* end = nullptr;
-    long long v = strtoll(buf, &end, 0);
-    if (end == buf || *end != '\0' || errno == ERANGE || v < minValue || v > maxValue) {
-        return defaultValue;
-    }
-    return static_cast<T>(v);
 }
 
 }  // namespace
@@ -125,48 +98,24 @@ bool HostProperties::loadFile(const std::string& path, std::string* error) {
 }  // namespace host
 }  // namespace android
 
-using android::host::readInteger;
-using android::host::readValue;
-
-extern "C" int property_get(const char* key, char* value, const char* default_value) {
-    if (value == nullptr) return 0;
-    if (readValue(key, value, PROPERTY_VALUE_MAX)) return static_cast<int>(strlen(value));
-    if (default_value != nullptr) {
-        size_t n = strlen(default_value);
-        if (n > PROPERTY_VALUE_MAX - 1) n = PROPERTY_VALUE_MAX - 1;
-        memcpy(value, default_value, n);
-        value[n] = '\0';
-        return static_cast<int>(n);
-    }
+extern "C" int __system_property_get(const char* name, char* value) {
     value[0] = '\0';
-    return 0;
+    if (name == nullptr) return 0;
+    android::host::PropertyState& s = android::host::state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto it = s.values.find(name);
+    if (it == s.values.end()) return 0;
+    const size_t n = std::min(it->second.size(), static_cast<size_t>(PROP_VALUE_MAX - 1));
+    memcpy(value, it->second.data(), n);
+    value[n] = '\0';
+    return static_cast<int>(n);
 }
 
-extern "C" int32_t property_get_int32(const char* key, int32_t default_value) {
-    return readInteger<int32_t>(key, default_value, INT32_MIN, INT32_MAX);
-}
-
-extern "C" int64_t property_get_int64(const char* key, int64_t default_value) {
-    return readInteger<int64_t>(key, default_value, INT64_MIN, INT64_MAX);
-}
-
-extern "C" int8_t property_get_bool(const char* key, int8_t default_value) {
-    char buf[PROPERTY_VALUE_MAX];
-    if (!readValue(key, buf, sizeof(buf))) return default_value;
-    for (const char* yes : {"1", "y", "yes", "on", "true"}) {
-        if (strcmp(buf, yes) == 0) return 1;
-    }
-    for (const char* no : {"0", "n", "no", "off", "false"}) {
-        if (strcmp(buf, no) == 0) return 0;
-    }
-    return default_value;
-}
-
-extern "C" int property_set(const char* key, const char* value) {
-    if (key == nullptr || *key == '\0') return -1;
+extern "C" int __system_property_set(const char* name, const char* value) {
+    if (name == nullptr || *name == '\0') return -1;
     const char* v = value ? value : "";
-    if (strlen(v) >= PROPERTY_VALUE_MAX) return -1;
-    android::host::HostProperties::set(key, v);
+    if (strlen(v) >= PROP_VALUE_MAX) return -1;
+    android::host::HostProperties::set(name, v);
     return 0;
 }
 

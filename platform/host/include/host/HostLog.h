@@ -1,5 +1,7 @@
 // Host-only control of the platform log: where lines go, and the in-memory sink that tests and the
-// scenario runner read. Not part of the device API; the library never includes it.
+// scenario runner read. Every line written through liblog (Debian's host build) arrives here by
+// liblog's logger hook, installed before main(). Not part of the device API; the library never
+// includes it.
 #pragma once
 
 #include <cstddef>

@@ -14,15 +14,15 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 
+#include <utils/Condition.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/RefBase.h>
 
 namespace android {
@@ -106,8 +106,8 @@ class ALooper : public RefBase {
     void wake();
     static void threadMain(ALooper* looper, wp<ALooper> weak, std::shared_ptr<ThreadState> state);
 
-    mutable std::mutex mLock;
-    std::condition_variable mQueueChanged;
+    mutable Mutex mLock;
+    Condition mQueueChanged;
     std::multimap<EventKey, sp<AMessage>> mEventQueue;  // guarded by mLock
     std::map<handler_id, wp<AHandler>> mHandlers;       // guarded by mLock
     std::string mName;                                  // guarded by mLock

@@ -7,15 +7,15 @@
 #include <stdint.h>
 #include <sys/types.h>
 
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <media/stagefright/foundation/AHandler.h>
 #include <media/stagefright/foundation/ALooper.h>
 #include <media/stagefright/foundation/AString.h>
+#include <utils/Condition.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/RefBase.h>
 
 namespace android {
@@ -37,8 +37,8 @@ class AReplyToken : public RefBase {
     status_t awaitResponse(sp<AMessage>* response);
 
     wp<ALooper> mLooper;
-    std::mutex mLock;
-    std::condition_variable mReplied;
+    Mutex mLock;
+    Condition mReplied;
     sp<AMessage> mReply;     // guarded by mLock
     bool mHasReply = false;  // guarded by mLock
 };

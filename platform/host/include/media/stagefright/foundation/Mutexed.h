@@ -1,7 +1,7 @@
 // A value guarded by its own mutex, reachable only through a Locked handle.
 #pragma once
 
-#include <mutex>
+#include <utils/Mutex.h>
 
 namespace android {
 
@@ -14,17 +14,19 @@ class Mutexed {
     class Locked {
       public:
         explicit Locked(Mutexed<T>& m) : mGuard(m.mLock), mValue(m.mValue) {}
+        Locked(const Locked&) = delete;
+        Locked& operator=(const Locked&) = delete;
         T* operator->() { return &mValue; }
         T& operator*() { return mValue; }
         const T* operator->() const { return &mValue; }
 
       private:
-        std::unique_lock<std::mutex> mGuard;
+        Mutex::Autolock mGuard;
         T& mValue;
     };
 
   private:
-    std::mutex mLock;
+    Mutex mLock;
     T mValue;
 };
 

@@ -1,4 +1,0 @@
-// Platform log macros, as included by framework code.
-#pragma once
-
-#include <log/log.h>
