@@ -168,6 +168,14 @@ extern "C" void __android_log_assert(const char* cond, const char* tag, const ch
     if (record.message.empty() && cond != nullptr) {
         record.message = std::string("Assertion failed: ") + cond;
     }
+    // The listener sees the fatal record before the process stops (tavro-sim writes out what it
+    // holds and names the check).
+    std::function<void(const android::host::LogRecord&)> listener;
+    {
+        std::lock_guard<std::mutex> guard(android::host::state().lock);
+        listener = android::host::state().listener;
+    }
+    if (listener) listener(record);
     // Fatal lines always reach stderr, whatever the configured priority.
     std::string line = android::host::HostLog::format(record) + "\n";
     fwrite(line.data(), 1, line.size(), stderr);

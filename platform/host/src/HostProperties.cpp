@@ -11,7 +11,9 @@
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <sstream>
+#include <string_view>
 
 namespace android {
 namespace host {
@@ -20,6 +22,7 @@ namespace {
 struct PropertyState {
     std::mutex lock;
     std::map<std::string, std::string> values;
+    std::set<std::string, std::less<>> read;  // keys asked for since clear()
     std::atomic<uint32_t> serial{1};
 };
 
@@ -40,6 +43,7 @@ bool readValue(const char* key, char* out, size_t size) {
     if (key == nullptr) return false;
     PropertyState& s = state();
     std::lock_guard<std::mutex> guard(s.lock);
+    if (s.read.find(std::string_view(key)) == s.read.end()) s.read.emplace(key);
     auto it = s.values.find(key);
     if (it == s.values.end() || it->second.empty()) return false;
     size_t n = it->second.size() < size - 1 ? it->second.size() : size - 1;
@@ -66,6 +70,7 @@ T readInteger(const char* key, T defaultValue, T minValue, T maxValue) {
 void HostProperties::clear() {
     std::lock_guard<std::mutex> guard(state().lock);
     state().values.clear();
+    state().read.clear();
     state().serial.fetch_add(1, std::memory_order_release);
 }
 
@@ -84,6 +89,11 @@ void HostProperties::erase(const std::string& key) {
 std::map<std::string, std::string> HostProperties::snapshot() {
     std::lock_guard<std::mutex> guard(state().lock);
     return state().values;
+}
+
+std::vector<std::string> HostProperties::readKeys() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    return std::vector<std::string>(state().read.begin(), state().read.end());
 }
 
 bool HostProperties::loadText(const std::string& text, const std::string& origin,
