@@ -403,12 +403,9 @@ class Player {
     }
 
     sp<AMessage> lastCall(const char* name, size_t* count) const {
-        sp<AMessage> last;
-        *count = 0;
-        for (const CCodec::Call& call : mCodec->callsForTesting()) {
-            if (call.name == name) last = call.msg, ++*count;
-        }
-        return last;
+        CCodec::Call last;
+        *count = mCodec->callCountForTesting(name, &last);
+        return last.msg;
     }
 
     // Hands `msg` to the codec through `call` and traces how the message the platform base

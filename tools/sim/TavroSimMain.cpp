@@ -101,7 +101,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
     TavroTraceFilter filter(&writer, std::set<std::string>(only.begin(), only.end()));
     TavroTraceSink* shown = only.empty() ? static_cast<TavroTraceSink*>(&writer) : &filter;
     TavroTraceSummary counter;
-    TavroTraceTee tee({shown, &counter});
+    TavroTraceTee tee({&counter, shown});  // the writer last: it keeps entries without a copy
     std::string error;
     if (!playTavroScenario(scenario, options, summary ? static_cast<TavroTraceSink*>(&tee) : shown,
                            &error)) {

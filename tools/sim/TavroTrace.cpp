@@ -48,10 +48,19 @@ void TavroTraceMerger::add(const TavroTraceEntry& entry) {
         mHeld.lastTimeUs = entry.timeUs;
         return;
     }
+    add(TavroTraceEntry(entry));
+}
+
+void TavroTraceMerger::add(TavroTraceEntry&& entry) {
+    if (mHolding && sameEntry(mHeld, entry)) {
+        ++mHeld.repeat;
+        mHeld.lastTimeUs = entry.timeUs;
+        return;
+    }
     flush();
-    mHeld = entry;
+    mHeld = std::move(entry);
     mHeld.repeat = 1;
-    mHeld.lastTimeUs = entry.timeUs;
+    mHeld.lastTimeUs = mHeld.timeUs;
     mHolding = true;
 }
 

@@ -40,6 +40,8 @@ class TavroTraceSink {
   public:
     virtual ~TavroTraceSink() = default;
     virtual void add(const TavroTraceEntry& entry) = 0;
+    // The same, with an entry the sink may keep without copying it.
+    virtual void take(TavroTraceEntry&& entry) { add(entry); }
     // Writes out what is held back (a merged line still counting). Called at the end, and when
     // the library is about to stop the process.
     virtual void flush() {}
@@ -52,6 +54,7 @@ class TavroTraceMerger {
     explicit TavroTraceMerger(std::function<void(const TavroTraceEntry&)> out)
         : mOut(std::move(out)) {}
     void add(const TavroTraceEntry& entry);
+    void add(TavroTraceEntry&& entry);
     void flush();
 
   private:
@@ -87,6 +90,7 @@ class TavroTraceWriter : public TavroTraceSink {
   public:
     TavroTraceWriter(std::ostream& out, bool json);
     void add(const TavroTraceEntry& entry) override { mMerger.add(entry); }
+    void take(TavroTraceEntry&& entry) override { mMerger.add(std::move(entry)); }
     void flush() override;
 
   private:
@@ -103,6 +107,9 @@ class TavroTraceFilter : public TavroTraceSink {
     void add(const TavroTraceEntry& entry) override {
         if (mKinds.count(entry.kind) > 0) mNext->add(entry);
     }
+    void take(TavroTraceEntry&& entry) override {
+        if (mKinds.count(entry.kind) > 0) mNext->take(std::move(entry));
+    }
     void flush() override { mNext->flush(); }
 
   private:
@@ -116,6 +123,10 @@ class TavroTraceTee : public TavroTraceSink {
     explicit TavroTraceTee(std::vector<TavroTraceSink*> sinks) : mSinks(std::move(sinks)) {}
     void add(const TavroTraceEntry& entry) override {
         for (TavroTraceSink* sink : mSinks) sink->add(entry);
+    }
+    void take(TavroTraceEntry&& entry) override {
+        for (size_t i = 0; i + 1 < mSinks.size(); ++i) mSinks[i]->add(entry);
+        if (!mSinks.empty()) mSinks.back()->take(std::move(entry));
     }
     void flush() override {
         for (TavroTraceSink* sink : mSinks) sink->flush();

@@ -338,7 +338,7 @@ void TavroTraceTaps::add(const char* kind, Json fields) {
     entry.kind = kind;
     entry.timeUs = nowUs();
     entry.fields = std::move(fields);
-    mSink->add(entry);
+    mSink->take(std::move(entry));
 }
 
 void TavroTraceTaps::onMessage(uint32_t what) {
