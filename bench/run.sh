@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benchmark programs in Release (build-bench/), runs every bench/*_benchmark program
-# and prints one table: each benchmark's time and heap allocations per operation, its baseline
-# from the same run, the ratio and the target it is held to.
+# and tavro-sim on generated sessions of 10 k, 100 k and 1 M frame events, and prints one table:
+# each benchmark's time and heap allocations per operation (per event for tavro-sim, with its peak
+# memory), its baseline from the same run, the ratio and the target it is held to.
 #
 #   bash bench/run.sh [--reps N] [--min-time S] [--no-build] [--filter REGEX] [PROGRAM...]
 #   bash bench/run.sh --report      (prints the table of the last run again)
@@ -11,10 +12,13 @@
 # --no-build     run what build-bench/ already holds
 # --filter REGEX passed to every program as --benchmark_filter
 # --report       no build, no run: the table of the results kept from the last run
-# PROGRAM        run only these programs (e.g. log_benchmark); default: all of them
+# PROGRAM        run only these programs (e.g. log_benchmark, tavro-sim); default: all of them
 #
 # Times are CPU time per operation (the machine may be shared; wall time would count the time
 # other processes ran). The raw JSON of each program is kept in build-bench/results/.
+# tavro-sim rows: user + system time of the whole process divided by the events, and its peak
+# memory (maximum resident set size), both from /usr/bin/time; the scenarios come from
+# bench/tavro_sim_scenario.sh.
 # Exit status 1 when a target is missed, a benchmark reports an error or a program fails.
 set -euo pipefail
 
@@ -33,7 +37,7 @@ while [ $# -gt 0 ]; do
         --no-build) do_build=0; shift ;;
         --report) do_build=0; do_run=0; shift ;;
         --filter) filter="$2"; shift 2 ;;
-        -h|--help) sed -n '2,18p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+        -h|--help) sed -n '2,23p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
         -*) echo "run.sh: unknown option $1" >&2; exit 2 ;;
         *) programs+=("$1"); shift ;;
     esac
@@ -44,14 +48,15 @@ if [ "$do_build" -eq 1 ]; then
     generator=()
     command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
     cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Release \
-        -DTAVRO_BUILD_BENCH=ON -DTAVRO_BUILD_TESTS=OFF -DTAVRO_BUILD_TOOLS=OFF >/dev/null
-    targets=()
+        -DTAVRO_BUILD_BENCH=ON -DTAVRO_BUILD_TESTS=OFF -DTAVRO_BUILD_TOOLS=ON >/dev/null
+    targets=(--target tavro-sim)
     for source in "$root"/bench/*_benchmark.cpp; do targets+=(--target "$(basename "$source" .cpp)"); done
     cmake --build "$build" -j2 "${targets[@]}" >&2
 fi
 
 if [ "${#programs[@]}" -eq 0 ]; then
     for source in "$root"/bench/*_benchmark.cpp; do programs+=("$(basename "$source" .cpp)"); done
+    programs+=(tavro-sim)
 fi
 
 results="$build/results"
@@ -63,9 +68,54 @@ args=(--benchmark_format=json --benchmark_repetitions="$reps")
 [ -n "$min_time" ] && args+=(--benchmark_min_time="$min_time")
 [ -n "$filter" ] && args+=(--benchmark_filter="$filter")
 
+# tavro-sim on generated sessions: one row per size, the median CPU time of the repetitions and
+# the largest peak memory.
+run_tavro_sim() {
+    local exe="$build/tools/tavro-sim" n name file cpu rss status
+    if [ ! -x "$exe" ]; then
+        echo "run.sh: $exe is missing (build failed?)" >&2
+        return 1
+    fi
+    for n in 10000 100000 1000000; do
+        name="BM_TavroSim_Events/$n"
+        if [ -n "$filter" ] && ! [[ "$name" =~ $filter ]]; then continue; fi
+        file="$results/tavro-sim-$n.json"
+        if [ ! -s "$file" ] || [ "$root/bench/tavro_sim_scenario.sh" -nt "$file" ]; then
+            bash "$root/bench/tavro_sim_scenario.sh" "$n" >"$file"
+        fi
+        echo "run.sh: running tavro-sim on $n events" >&2
+        : >"$results/tavro-sim-$n.times"
+        status=0
+        for _ in $(seq "$reps"); do
+            # bash's time gives user and system time to the millisecond (GNU time's to 10 ms,
+            # too coarse for the 10 k row); GNU time gives the peak resident set.
+            if ! { TIMEFORMAT='%3U %3S' && time /usr/bin/time -f "%M" -o "$results/tavro-sim.rss" \
+                    "$exe" "$file" >/dev/null 2>"$results/tavro-sim-$n.err"; } \
+                    2>"$results/tavro-sim.cpu"; then
+                status=1
+            fi
+            echo "$(cat "$results/tavro-sim.cpu") $(cat "$results/tavro-sim.rss")" \
+                >>"$results/tavro-sim-$n.times"
+        done
+        if [ "$status" -ne 0 ]; then
+            printf "tavro-sim\t%s\t\t-\tfailed (see %s)\t-\n" "$name" "$results/tavro-sim-$n.err"
+            continue
+        fi
+        # CPU ns per event (median over the runs) and the peak resident set in MB (largest).
+        cpu=$(awk -v n="$n" '{ printf "%.1f\n", ($1 + $2) * 1e9 / n }' "$results/tavro-sim-$n.times" |
+              sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }')
+        rss=$(awk '$3 > m { m = $3 } END { printf "%.1f", m / 1024 }' "$results/tavro-sim-$n.times")
+        printf "tavro-sim\t%s\t%s\t-\t\t%s\n" "$name" "$cpu" "$rss"
+    done >>"$records"
+}
+
 program_failed=0
 [ "$do_run" -eq 1 ] || programs=()
 for program in "${programs[@]}"; do
+    if [ "$program" = "tavro-sim" ]; then
+        run_tavro_sim || program_failed=1
+        continue
+    fi
     exe="$build/bench/$program"
     if [ ! -x "$exe" ]; then
         echo "run.sh: $exe is missing (build failed?)" >&2
@@ -97,7 +147,7 @@ for program in "${programs[@]}"; do
             if (reps <= 1 && type != "iteration") next
             scale = unit == "us" ? 1e3 : unit == "ms" ? 1e6 : unit == "s" ? 1e9 : 1
             ns = err != "" ? "" : cpu * scale
-            printf "%s\t%s\t%s\t%s\t%s\n", program, name, ns, allocs, err
+            printf "%s\t%s\t%s\t%s\t%s\t-\n", program, name, ns, allocs, err
         }
     ' "$results/$program.json" >>"$records"
 done
@@ -109,6 +159,7 @@ done
 #   ns<X          time, in ns
 #   addallocs<=X  allocations per op beyond the baseline's
 #   allocs<=X     allocations per op
+#   mb<X          peak memory of the process, in MB (tavro-sim rows)
 # "info" reports the numbers without a pass/fail.
 rules="$results/rules.tsv"
 cat >"$rules" <<'EOF'
@@ -128,6 +179,9 @@ BM_GetBoostInfo_App_Warm	-	ns<5000
 BM_GetBoostInfo_Mediaserver_Warm	-	ns<5000
 BM_GetBoostInfo_App_Cold*	BM_GetBoostInfo_App_Warm	info
 BM_GetBoostInfo_Mediaserver_Cold*	BM_GetBoostInfo_Mediaserver_Warm	info
+BM_TavroSim_Events/10000	-	info
+BM_TavroSim_Events/100000	BM_TavroSim_Events/10000	ratio<=1.3,mb<600
+BM_TavroSim_Events/1000000	BM_TavroSim_Events/10000	ratio<=1.3,ns<10000,mb<600
 EOF
 
 awk -F'\t' -v rulesfile="$rules" '
@@ -145,10 +199,11 @@ awk -F'\t' -v rulesfile="$rules" '
         return 0
     }
     function fmt(x) { return x == "" ? "-" : (x >= 100 ? sprintf("%.0f", x) : sprintf("%.2f", x)) }
-    { n++; prog[n] = $1; name[n] = $2; ns[n] = $3; allocs[n] = $4; err[n] = $5; byname[$2] = n }
+    { n++; prog[n] = $1; name[n] = $2; ns[n] = $3; allocs[n] = $4; err[n] = $5; byname[$2] = n
+      mb[n] = $6 == "" ? "-" : $6 }
     END {
-        printf "%-24s %-42s %11s %10s %11s %8s  %-34s %s\n", "program", "benchmark", "ns/op",
-               "allocs/op", "base ns/op", "ratio", "target", "result"
+        printf "%-24s %-42s %11s %10s %8s %11s %8s  %-34s %s\n", "program", "benchmark",
+               "ns/op", "allocs/op", "peak MB", "base ns/op", "ratio", "target", "result"
         failures = 0
         for (i = 1; i <= n; i++) {
             r = ruleFor(name[i]); base = ""; ratio = ""; target = "-"; result = "-"
@@ -172,21 +227,24 @@ awk -F'\t' -v rulesfile="$rules" '
                         else if (key == "added") v = bns == "" ? "" : ns[i] - bns
                         else if (key == "ns") v = ns[i]
                         else if (key == "allocs") v = allocs[i] == "-" ? "" : allocs[i]
+                        else if (key == "mb") v = mb[i] == "-" ? "" : mb[i]
                         else if (key == "addallocs") {
                             v = ""
                             if (allocs[i] != "-" && base != "" && allocs[base] != "-") {
                                 v = allocs[i] - allocs[base]
                             }
                         } else v = ""
-                        if (v == "") { ok = 0; nobase = key != "ns" && key != "allocs"; continue }
+                        if (v == "") {
+                            ok = 0; nobase = key != "ns" && key != "allocs" && key != "mb"; continue
+                        }
                         if (op == "<=" ? !(v + 0 <= lim + 1e-9) : !(v + 0 < lim)) ok = 0
                     }
                     result = ok ? "pass" : nobase ? "FAIL (no baseline)" : "FAIL"
                     if (!ok) failures++
                 }
             }
-            printf "%-24s %-42s %11s %10s %11s %8s  %-34s %s\n", prog[i], name[i], fmt(ns[i]),
-                   allocs[i] == "-" ? "-" : sprintf("%.2f", allocs[i]),
+            printf "%-24s %-42s %11s %10s %8s %11s %8s  %-34s %s\n", prog[i], name[i], fmt(ns[i]),
+                   allocs[i] == "-" ? "-" : sprintf("%.2f", allocs[i]), mb[i],
                    base != "" ? fmt(ns[base]) : "-", ratio == "" ? "-" : sprintf("%.2fx", ratio),
                    target, result
         }

@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(cmake ninja-build g++ make pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           nlohmann-json3-dev libcli11-dev clang libclang-rt-14-dev clang-format
           android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev
-          blueprint-tools)
+          blueprint-tools python3-jsonschema time)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,7 +1,8 @@
 #include "tools/sim/TavroScenarioPlayer.h"
 
-#include <algorithm>
-#include <set>
+#include <unistd.h>
+
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -10,14 +11,13 @@
 
 #include "tools/ToolsTestSupport.h"
 #include "tools/sim/TavroScenarioLoader.h"
-#include "tools/sim/TavroSimMain.h"
+#include "tools/sim/TavroTraceTaps.h"
 
 namespace android {
 namespace {
 
 using test::indexOf;
 using test::named;
-using test::ScratchDir;
 using test::texts;
 using ::testing::Contains;
 
@@ -147,78 +147,95 @@ TEST(TavroTraceTest, MergesRepeatsAndFormatsLines) {
               R"({"kind":"param","t_us":3500000,"value":1})");
 }
 
-// ---- The command --------------------------------------------------------------------------------
-
-int runSim(std::vector<const char*> args, std::string* out, std::string* err) {
-    args.insert(args.begin(), "tavro-sim");
-    std::ostringstream o, e;
-    const int status = tavroSimMain(static_cast<int>(args.size()), args.data(), o, e);
-    *out = o.str();
-    *err = e.str();
-    return status;
-}
-
-// The text view repeats from run to run and has a line for each JSON object.
-TEST(TavroSimMainTest, RunsRepeatAndJsonLinesCarryAKindEach) {
-    const std::string path = test::toolsSourceDir() + "/scenarios/default.json";
-    std::string first, second, out, err;
-    ASSERT_EQ(runSim({path.c_str()}, &first, &err), 0) << err;
-    ASSERT_EQ(runSim({path.c_str()}, &second, &err), 0) << err;
-    EXPECT_EQ(first, second);
-    ASSERT_EQ(runSim({"--json", path.c_str()}, &out, &err), 0) << err;
-    EXPECT_EQ(err, "");
-    const std::set<std::string> kinds = {"step",       "format",   "param", "boost",    "unboost",
-                                         "task_boost", "feedback", "stat",  "analysis", "pelto",
-                                         "callback",   "platform", "timer", "log"};
-    std::istringstream lines(out);
-    std::string line;
-    std::set<std::string> seen;
-    size_t count = 0;
-    while (std::getline(lines, line)) {
-        const nlohmann::ordered_json j = nlohmann::ordered_json::parse(line);
-        ASSERT_TRUE(j.contains("kind")) << line;
-        ASSERT_TRUE(j.contains("t_us")) << line;
-        EXPECT_EQ(j.begin().key(), "kind");
-        EXPECT_EQ(kinds.count(j["kind"]), 1u) << line;
-        seen.insert(j["kind"]);
-        ++count;
+TEST(TavroTraceTest, WriterStreamsFinishedLinesAndHoldsTheLast) {
+    std::ostringstream out;
+    TavroTraceWriter writer(out, /*json=*/false);
+    TavroTraceEntry timer;
+    timer.kind = "timer";
+    timer.fields = {{"name", "cFps"}, {"what", "frame-rate check"}};
+    for (int64_t t : {1000000, 2000000}) {
+        timer.timeUs = t;
+        writer.add(timer);
     }
-    EXPECT_GT(count, 50u);
-    EXPECT_EQ(static_cast<size_t>(std::count(first.begin(), first.end(), '\n')), count);
-    const std::set<std::string> expectedSeen = {"step",    "format",     "param",    "boost",
-                                                "unboost", "task_boost", "feedback", "analysis",
-                                                "pelto",   "callback",   "platform", "timer"};
-    EXPECT_EQ(seen, expectedSeen);
+    EXPECT_EQ(out.str(), "");  // the repeat may go on
+    TavroTraceEntry unboost;
+    unboost.kind = "unboost";
+    unboost.timeUs = 2500000;
+    unboost.fields = {{"flags", 0x20}, {"releases", "cluster part"}};
+    writer.add(unboost);
+    EXPECT_EQ(out.str(), "[    1.000] timer      cFps (frame-rate check) (x2 until 2.000)\n");
+    writer.flush();
+    EXPECT_EQ(out.str(),
+              "[    1.000] timer      cFps (frame-rate check) (x2 until 2.000)\n"
+              "[    2.500] unboost    flags=0x20 (cluster part)\n");
 }
 
-TEST(TavroSimMainTest, BadUsageAndInputExitWithTwo) {
-    ScratchDir dir;
-    const std::string bad = dir.write("bad.json", R"({"process": 5})");
+// Library log lines name objects and the process the same way in every run.
+TEST(TavroScenarioPlayerTest, LogLinesShowStableIdentities) {
+    TavroSimIdentity identity;
+    identity.aliasPid = 4321;
+    identity.realPid = 77001;
+    identity.realTid = 77002;
+    identity.nameAddress(0x55d0c3a4b2c0, "codec#1");
     struct Case {
         const char* name;
-        std::vector<const char*> args;
-        std::string err;
+        std::string text;
+        std::string shown;
     };
     const Case kCases[] = {
-            {"no scenario", {}, "tavro-sim: scenario is required (see --help)\n"},
-            {"unknown option",
-             {"--fast", "x.json"},
-             "tavro-sim: The following argument was not expected: --fast (see --help)\n"},
-            {"log level out of range",
-             {"--log-level", "100", "x.json"},
-             "tavro-sim: --log-level: Value 100 not in range 0 to 99 (see --help)\n"},
-            {"bad scenario", {bad.c_str()}, bad + ": process: expected an object\n"},
+            {"named address", "signalFlush [212]: (0x55d0c3a4b2c0)",
+             "signalFlush [212]: (codec#1)"},
+            {"same address in decimal", "mFeedbackID:94355123909312", "mFeedbackID:codec#1"},
+            {"other addresses by first sight", "a 0x7ffd1000aa10 b 0x7ffd1000bb20 a 0x7ffd1000aa10",
+             "a object#1 b object#2 a object#1"},
+            {"pid and tid", "PID: 77001, tid 77002, pid77001", "PID: 4321, tid 4321, pid77001"},
+            {"flags and opcodes stay", "flags 0x20 opcode 0x40800110 line L242 rate 77001.5",
+             "flags 0x20 opcode 0x40800110 line L242 rate 77001.5"},
     };
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.name);
-        std::string out, err;
-        EXPECT_EQ(runSim(c.args, &out, &err), 2);
-        EXPECT_EQ(out, "");
-        EXPECT_EQ(err, c.err);
+        EXPECT_EQ(identity.shownText(c.text), c.shown);
     }
-    std::string out, err;
-    EXPECT_EQ(runSim({"--help"}, &out, &err), 0);
-    EXPECT_NE(out.find("--log-level"), std::string::npos);
+
+    TavroSimOptions options;
+    options.hasLogLevel = true;
+    options.logLevel = 7;
+    const TavroTrace trace = play(kApp, R"("component": "c2.qti.avc.decoder", "events": [
+        {"event": "allocate"}, {"event": "configure", "format": {"mime": "video/avc"}},
+        {"event": "flush"}, {"event": "shutdown"}])",
+                                  options);
+    const std::regex address("0x[0-9a-fA-F]{9,}");
+    const std::regex realPid("\\b" + std::to_string(getpid()) + "\\b");
+    for (const std::string& line : texts(trace, "log")) {
+        EXPECT_FALSE(std::regex_search(line, address)) << line;
+        EXPECT_FALSE(std::regex_search(line, realPid)) << line;
+    }
+    EXPECT_THAT(texts(trace, "log"), Contains("D/TavroCCodec: signalFlush [212]: (codec#1)"));
+}
+
+TEST(TavroScenarioPlayerTest, ServiceCallArgumentsKeepTheirTypes) {
+    using Json = nlohmann::ordered_json;
+    struct Case {
+        const char* text;
+        Json value;
+    };
+    const Case kCases[] = {
+            {"42", 42},
+            {"-7", -7},
+            {"18446744073709551615", 18446744073709551615ull},
+            {"30.03003", 30.03003},
+            {"007", "007"},  // not how a number prints
+            {"1.0", "1.0"},  // idem: the shortest form is "1"
+            {"inf", "inf"},
+            {"video/avc", "video/avc"},
+            {"{}", Json::object()},
+            {"{a=1, b=x, c={d=2.5}}", Json::parse(R"({"a": 1, "b": "x", "c": {"d": 2.5}})")},
+            {"{a=1, b=x, y}", "{a=1, b=x, y}"},  // a value holding ", " stays text
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(tavroTypedArgument(c.text), c.value);
+    }
 }
 
 }  // namespace

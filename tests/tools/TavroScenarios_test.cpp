@@ -69,7 +69,8 @@ TEST(TavroScenariosTest, DefaultShowsEverySubsystem) {
     const int bApp = indexOf(trace, "timer", "bApp (boost app key threads)");
     ASSERT_GE(bApp, 0);
     EXPECT_EQ(trace.entries()[bApp].timeUs, 1000000);
-    EXPECT_EQ(trace.entries()[bApp + 1].text, "pid=4321 sched=2 threads=[RenderThread GLThread]");
+    EXPECT_EQ(trace.entries()[bApp + 1].text,
+              "pid=4321 sched=2 threadNames=[RenderThread GLThread]");
 
     // Vendor parameters: input delay, content frame rate, then fast mode on at 2x and off again
     // once the flush restarted the history.
@@ -151,8 +152,8 @@ TEST(TavroScenariosTest, MediaserverFallsBackToTheGenericEntry) {
     // '#generic_hevc' (sched 3, MediaCodec_loop, cluster 1): the client has no entry of its own
     // and '#generic_audio' does not fit a video codec.
     EXPECT_EQ(boosts[0].text,
-              "sched=3 vendorBoost=0 ddrFreq=0 threads=[1000/1100:3 1000/1000:3] "
-              "cluster=[0x40800110=1400]");
+              "sched=3 needVendorBoost=0 ddrFreq=0 threads=[1000/1100:3 1000/1000:3] "
+              "clusterParams=[0x40800110=1400]");
     // A decoder never sees tp-ux-tid here, so only the named thread and the looper thread.
     EXPECT_EQ(boosts[0].fields["threads"].size(), 2u);
 }
@@ -177,9 +178,9 @@ TEST(TavroScenariosTest, AudioCodecBoostsItsThreadsAndRunsNoTimers) {
     EXPECT_EQ(texts(trace, "format"), Lines{"+ tavro.batchmode.num (int32) = 8"});
     const std::vector<TavroTraceEntry> boosts = trace.ofKind("boost");
     ASSERT_EQ(boosts.size(), 1u);
-    EXPECT_EQ(
-            boosts[0].text,
-            "sched=3 vendorBoost=0 ddrFreq=0 threads=[6200/6300:3] swThreads=[aac_enc resampler]");
+    EXPECT_EQ(boosts[0].text,
+              "sched=3 needVendorBoost=0 ddrFreq=0 threads=[6200/6300:3] swThreads=[aac_enc "
+              "resampler]");
     EXPECT_EQ(boosts[0].fields["swThreads"],
               nlohmann::ordered_json::parse(R"(["aac_enc", "resampler"])"));
     EXPECT_TRUE(trace.ofKind("timer").empty());  // 3 s advanced: an audio codec arms none
@@ -215,6 +216,24 @@ TEST(TavroScenariosTest, WorkResultsReachAnalysisAndEventUpload) {
     // HDR Vivid dynamic metadata on the first output.
     EXPECT_THAT(texts(trace, "feedback"),
                 Contains("sendFeedbackHdrPlaybackInfo id=codec eventId=21004 hdrType=4"));
+}
+
+TEST(TavroScenariosTest, NothingHappensAndTheUnusedSectionSaysWhy) {
+    const TavroTrace trace = play("nothing-happens.json");
+    EXPECT_TRUE(trace.ofKind("boost").empty());
+    EXPECT_EQ(texts(trace, "unused"),
+              (Lines{"list media-sched-boost: entry by activity com.tavro.video/.PlayerActivity "
+                     "never asked; asked by uid 10123",
+                     "list venc-cpu-boost: entry by uid 10123 never asked; the list was never "
+                     "asked",
+                     "property ro.tavro.vpplist.odm.values: set, never read"}));
+    const std::vector<TavroTraceEntry> unused = trace.ofKind("unused");
+    ASSERT_EQ(unused.size(), 3u);
+    EXPECT_EQ(unused[0].fields, nlohmann::ordered_json::parse(R"({"what": "list_entry",
+        "list": "media-sched-boost", "key": "activity", "id": "com.tavro.video/.PlayerActivity",
+        "asked": [{"key": "uid", "id": 10123}]})"));
+    // After everything the library did.
+    EXPECT_EQ(trace.entries().back().kind, "unused");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include <deque>
 #include <string>
 #include <utility>
 #include <vector>
@@ -89,8 +90,10 @@ struct TavroHdrDescription {
     std::vector<uint8_t> hdr10Plus;  // dynamic metadata bytes (HDR10+ or HDR Vivid)
 };
 
+// One event of the session. The scenario format is what a recorded session is written in too, so
+// every field here has a key in the file (README, "Scenario reference") and keeps its meaning.
 struct TavroScenarioEvent {
-    enum class Kind {
+    enum class Kind : uint8_t {
         kAllocate,
         kConfigure,
         kStart,
@@ -107,33 +110,35 @@ struct TavroScenarioEvent {
         kDestroy,
     };
     Kind kind = Kind::kAllocate;
-    std::string name;   // the event's name in the file
-    std::string where;  // "events[3]", for messages
+    uint32_t flags = 0;  // output: C2FrameData flags
+    std::string where;   // "events[3]", for messages
 
     TavroTypedMap format;  // configure: the format; set_parameters: the parameters
 
     // input, output, render, discard
     int64_t timeUs = 0;
-    int32_t bytes = 0;         // input size
-    bool hasRenderNs = false;  // render: else the clock's time
     int64_t renderNs = 0;
-    uint32_t flags = 0;                        // output: C2FrameData flags
-    bool hasBuffer = true;                     // output: the work carries an output buffer
-    TavroHdrDescription hdr;                   // output
+    int32_t bytes = 0;           // input size
+    bool hasRenderNs = false;    // render: else the clock's time
+    bool hasBuffer = true;       // output: the work carries an output buffer
+    bool renderFrames = true;    // clip, false: outputs are neither rendered nor dropped (encoders)
+    bool hasStartUs = false;     // clip
+    bool keepAllocated = false;  // shutdown
+    TavroHdrDescription hdr;     // output
     std::vector<TavroRawRecord> configUpdate;  // output
 
     // clip
     int32_t count = 0;
+    int32_t drops = 0;  // every drops-th frame is discarded; 0 = none
     double fps = 0;
     double speed = 1;
-    int32_t drops = 0;         // every drops-th frame is discarded; 0 = none
-    bool renderFrames = true;  // false: outputs are neither rendered nor dropped (encoders)
-    bool hasStartUs = false;
     int64_t startUs = 0;
 
-    int64_t advanceUs = 0;       // advance
-    bool keepAllocated = false;  // shutdown
+    int64_t advanceUs = 0;  // advance
 };
+
+// The event's name in the file ("set_parameters").
+const char* tavroScenarioEventName(TavroScenarioEvent::Kind kind);
 
 // Answers of the frame-rate analysis object, a closed component whose findings the codec reads.
 struct TavroAnalysisAnswers {
@@ -152,7 +157,9 @@ struct TavroScenario {
     TavroProcDescription proc;
     TavroAnalysisAnswers analysis;
     std::string component;
-    std::vector<TavroScenarioEvent> events;
+    bool freeOrder = false;  // "order": "free": events play in any order (misuse on purpose)
+    // A deque: a recorded session has up to millions of events, and growing it never copies them.
+    std::deque<TavroScenarioEvent> events;
 };
 
 }  // namespace android

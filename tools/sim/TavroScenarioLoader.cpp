@@ -1,18 +1,25 @@
-// Scenario loader: JSON text to TavroScenario. Each value is read through a Node that knows its
-// place in the file, so every complaint names it ("events[3].fps").
+// Scenario loader: JSON text to TavroScenario in one pass (ScenarioReader below). Each value is
+// checked through a Node that knows its place in the file, so every complaint names it
+// ("events[3].fps").
 #include "tools/sim/TavroScenarioLoader.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdint.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
+#include <charconv>
+#include <deque>
 #include <fstream>
-#include <iostream>
-#include <iterator>
+#include <istream>
 #include <limits>
+#include <memory>
 #include <set>
-#include <sstream>
+#include <streambuf>
+#include <unordered_set>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -27,6 +34,13 @@ constexpr int32_t kDefaultInputBytes = 4096;
 constexpr int32_t kMaxClipFrames = 1000000;
 constexpr double kMaxFps = 1000;
 constexpr double kMaxSpeed = 100;
+constexpr double kMinFpsTimesSpeed = 0.1;
+
+std::string numberText(double value) {
+    char text[64];
+    auto result = std::to_chars(text, text + sizeof(text), value);
+    return std::string(text, result.ptr);
+}
 
 // Where a value sits in the file: "process.pid", "events[3].fps"; "" for the whole document.
 class Node {
@@ -319,16 +333,16 @@ TavroScenarioEvent scenarioEvent(const Node& node) {
     if (!node.json().is_object()) node.fail("expected an object");
     TavroScenarioEvent e;
     e.where = node.path();
-    e.name = node.at("event").string();
+    const std::string name = node.at("event").string();
     bool known = false;
     for (const EventName& n : kEventNames) {
-        if (e.name == n.name) e.kind = n.kind, known = true;
+        if (name == n.name) e.kind = n.kind, known = true;
     }
     if (!known) {
         std::string names;
         for (const EventName& n : kEventNames)
             names += std::string(names.empty() ? "" : ", ") + n.name;
-        node.at("event").fail("unknown event '" + e.name + "' (" + names + ")");
+        node.at("event").fail("unknown event '" + name + "' (" + names + ")");
     }
     using Kind = TavroScenarioEvent::Kind;
     auto timeUs = [&]() { return node.at("time_us").integer(0, kInt64Max / 1000); };
@@ -394,6 +408,12 @@ TavroScenarioEvent scenarioEvent(const Node& node) {
                 if (!(e.speed > 0 && e.speed <= kMaxSpeed)) {
                     node.at("speed").fail("expected a number above 0 and at most 100");
                 }
+            }
+            // The clock moves 1e6 / (fps x speed) us per frame: more than 10 s per frame would fire
+            // every periodic timer thousands of times between two frames.
+            if (e.fps * e.speed < kMinFpsTimesSpeed) {
+                node.fail("fps x speed is " + numberText(e.fps * e.speed) +
+                          ", below 0.1: a frame would last more than 10 s on the clock");
             }
             if (node.has("drops"))
                 e.drops = static_cast<int32_t>(node.at("drops").integer(0, kInt32Max));
@@ -510,10 +530,20 @@ std::string trim(const std::string& s) {
 }
 
 // build.prop lines: "key=value", blanks around both trimmed, blank lines and '#' lines skipped.
+// build.prop lines: "key=value", blanks around both trimmed, blank lines and '#' lines skipped.
+// Only a regular file of at most kTavroMaxPropertyFileBytes is read: a device node such as
+// /dev/zero would never end.
 void loadPropertyFile(const Node& node, const std::string& baseDir,
                       std::vector<std::pair<std::string, std::string>>* out) {
     const std::string name = node.nonEmptyString();
     const std::string path = name[0] == '/' || baseDir.empty() ? name : baseDir + "/" + name;
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) node.fail("cannot read '" + path + "': " + strerror(errno));
+    if (!S_ISREG(st.st_mode)) node.fail("cannot read '" + path + "': not a regular file");
+    if (static_cast<uint64_t>(st.st_size) > kTavroMaxPropertyFileBytes) {
+        node.fail("'" + path + "' is larger than " + std::to_string(kTavroMaxPropertyFileBytes) +
+                  " bytes, the most a property file may have");
+    }
     std::ifstream in(path);
     if (!in) node.fail("cannot read '" + path + "': " + strerror(errno));
     std::string line;
@@ -529,79 +559,255 @@ void loadPropertyFile(const Node& node, const std::string& baseDir,
     }
 }
 
-// Finds the first key that occurs twice in one object; nlohmann would silently keep one.
-class DuplicateKeyFinder {
+// Reads the document in one pass and builds the scenario as it goes. Everything but the events
+// becomes a small JSON tree that the Node checks walk afterwards; each element of the top-level
+// "events" array is built alone, turned into a TavroScenarioEvent as soon as it is complete and
+// dropped, so memory holds the scenario, never a tree of the whole file. It also finds what a
+// plain parse would hide or choke on: a key given twice, nesting deeper than kTavroMaxNesting,
+// a number beyond double range, more than kTavroMaxEvents events.
+//
+// Complaints keep the order of a check of the finished tree: a syntax error first, then a
+// duplicated key, then the other parts of the scenario, then the first event that is wrong. A
+// limit stops reading at once.
+class ScenarioReader : public nlohmann::json_sax<Json> {
   public:
-    bool operator()(int /*depth*/, nlohmann::json::parse_event_t event, Json& parsed) {
-        using E = nlohmann::json::parse_event_t;
-        switch (event) {
-            case E::object_start:
-            case E::array_start:
-                mStack.push_back({event == E::array_start, -1, {}, childPath(), ""});
-                break;
-            case E::object_end:
-            case E::array_end:
-                if (!mStack.empty()) mStack.pop_back();
-                break;
-            case E::key: {
-                Frame& top = mStack.back();
-                top.lastKey = parsed.get<std::string>();
-                if (!top.keys.insert(top.lastKey).second && mDuplicate.empty()) {
-                    mDuplicate = (top.path.empty() ? "" : top.path + ": ") + "key '" + top.lastKey +
-                                 "' given twice";
-                }
-                break;
-            }
-            case E::value:
-                childPath();
-                break;
+    explicit ScenarioReader(const std::string& file) : mFile(file) {}
+
+    bool null() override { return value(Json()); }
+    bool boolean(bool v) override { return value(Json(v)); }
+    bool number_integer(number_integer_t v) override { return value(Json(v)); }
+    bool number_unsigned(number_unsigned_t v) override { return value(Json(v)); }
+    bool number_float(number_float_t v, const string_t& /*text*/) override {
+        return value(Json(v));
+    }
+    bool string(string_t& v) override { return value(Json(std::move(v))); }
+    bool binary(binary_t& /*v*/) override { return value(Json()); }  // not in JSON text
+
+    bool start_object(std::size_t /*elements*/) override { return open(false); }
+    bool start_array(std::size_t /*elements*/) override { return open(true); }
+    bool end_object() override { return close(); }
+    bool end_array() override { return close(); }
+
+    bool key(string_t& key) override {
+        Frame& top = mStack.back();
+        if (mDuplicate.empty() && top.value != nullptr && hasKey(&top, key)) {
+            mDuplicate = placed(top.path, "key '" + key + "' given twice");
         }
+        top.key = std::move(key);
         return true;
     }
-    const std::string& duplicate() const { return mDuplicate; }
+
+    bool parse_error(std::size_t /*position*/, const std::string& token,
+                     const nlohmann::detail::exception& e) override {
+        if (e.id == 406) {
+            // Beyond double range ("1e400"): named by its place like every other bad value.
+            mSyntax = placed(nextPath(), "number out of range: " + token);
+            return false;
+        }
+        // "[json.exception.parse_error.101] parse error at line 3, column 5: ..." without the tag.
+        const std::string what = e.what();
+        const size_t tagEnd = what.find("] ");
+        mSyntax = mFile + ": " + (tagEnd == std::string::npos ? what : what.substr(tagEnd + 2));
+        return false;
+    }
+
+    // The first complaint of the reading itself (limit, syntax, duplicate), "" when none.
+    std::string readingError() const {
+        if (!mLimit.empty()) return mLimit;
+        if (!mSyntax.empty()) return mSyntax;
+        return mDuplicate;
+    }
+    Json& root() { return mRoot; }
+    bool eventsRead() const { return mEventsRead; }
+    size_t eventCount() const { return mEventCount; }
+    const std::string& eventError() const { return mEventError; }
+    std::deque<TavroScenarioEvent>& events() { return mEvents; }
 
   private:
     struct Frame {
-        bool isArray;
-        int index;
-        std::set<std::string> keys;
-        std::string path;
-        std::string lastKey;
+        bool isArray = false;
+        bool isEvents = false;  // the top-level "events" array: elements are built one by one
+        size_t next = 0;        // arrays: index of the next element
+        std::string path;       // "events[3].format"
+        std::string key;        // objects: the key of the value to come
+        Json* value = nullptr;  // the container being filled
+        std::unique_ptr<std::unordered_set<std::string>> keys;  // objects with many keys
     };
-    // The path of the value starting now (and counts it as an array element).
-    std::string childPath() {
-        if (mStack.empty()) return "";
-        Frame& top = mStack.back();
-        if (top.isArray) return top.path + "[" + std::to_string(++top.index) + "]";
-        return top.path.empty() ? top.lastKey : top.path + "." + top.lastKey;
+    static constexpr size_t kLinearKeyScan = 16;
+
+    std::string placed(const std::string& path, const std::string& message) const {
+        return mFile + ": " + (path.empty() ? "" : path + ": ") + message;
     }
 
+    // The path of the value about to arrive.
+    std::string nextPath() const {
+        if (mStack.empty()) return "";
+        const Frame& top = mStack.back();
+        if (top.isArray) return top.path + "[" + std::to_string(top.next) + "]";
+        return top.path.empty() ? top.key : top.path + "." + top.key;
+    }
+
+    // Small objects are scanned; past kLinearKeyScan keys a set keeps it linear.
+    bool hasKey(Frame* frame, const std::string& key) {
+        auto& object = frame->value->get_ref<Json::object_t&>();
+        if (frame->keys == nullptr && object.size() < kLinearKeyScan) {
+            for (const auto& member : object) {
+                if (member.first == key) return true;
+            }
+            return false;
+        }
+        if (frame->keys == nullptr) {
+            frame->keys = std::make_unique<std::unordered_set<std::string>>();
+            for (const auto& member : object) frame->keys->insert(member.first);
+        }
+        return !frame->keys->insert(key).second;
+    }
+
+    // Puts `v` where the document is at and returns it in place.
+    Json* place(Json&& v) {
+        if (mStack.empty()) {
+            mRoot = std::move(v);
+            return &mRoot;
+        }
+        Frame& top = mStack.back();
+        if (top.isEvents) {
+            mEvent = std::move(v);
+            return &mEvent;
+        }
+        if (top.isArray) {
+            top.value->push_back(std::move(v));
+            return &top.value->back();
+        }
+        // Appended, not looked up: a duplicated key was reported above and the file is refused.
+        auto& object = top.value->get_ref<Json::object_t&>();
+        object.emplace_back(top.key, std::move(v));
+        return &object.back().second;
+    }
+
+    bool value(Json&& v) {
+        if (!mStack.empty() && mStack.back().isEvents) {
+            const std::string path = nextPath();
+            ++mStack.back().next;
+            mEvent = std::move(v);
+            return finishEvent(path);
+        }
+        if (!mStack.empty() && mStack.back().isArray) ++mStack.back().next;
+        place(std::move(v));
+        return true;
+    }
+
+    bool open(bool isArray) {
+        Frame frame;
+        frame.isArray = isArray;
+        frame.path = nextPath();
+        if (mStack.size() >= kTavroMaxNesting) {
+            mLimit = placed(frame.path,
+                            "nesting deeper than " + std::to_string(kTavroMaxNesting) + " levels");
+            return false;
+        }
+        // The top-level "events" array: a placeholder in the tree, elements handled one by one.
+        if (isArray && mStack.size() == 1 && !mStack.back().isArray &&
+            mStack.back().key == "events") {
+            place(Json::array());
+            frame.isEvents = true;
+            mEventsRead = true;
+            mStack.push_back(std::move(frame));
+            return true;
+        }
+        if (!mStack.empty() && mStack.back().isArray) ++mStack.back().next;
+        frame.value = place(isArray ? Json::array() : Json::object());
+        mStack.push_back(std::move(frame));
+        return true;
+    }
+
+    bool close() {
+        const std::string path = std::move(mStack.back().path);
+        mStack.pop_back();
+        if (!mStack.empty() && mStack.back().isEvents) return finishEvent(path);
+        return true;
+    }
+
+    // One element of "events" is complete in mEvent.
+    bool finishEvent(const std::string& path) {
+        if (++mEventCount > kTavroMaxEvents) {
+            mLimit = placed("events", "more than " + std::to_string(kTavroMaxEvents) + " events");
+            return false;
+        }
+        // After the first bad event the rest is only read (for syntax and duplicates).
+        if (!mEventError.empty() || !mDuplicate.empty()) return true;
+        try {
+            Node node(mEvent, path, mFile);
+            if (mDestroyed) node.fail("nothing can follow 'destroy'");
+            mEvents.push_back(scenarioEvent(node));
+            mDestroyed = mEvents.back().kind == TavroScenarioEvent::Kind::kDestroy;
+        } catch (const TavroScenarioError& e) {
+            mEventError = e.what();
+        }
+        mEvent = Json();
+        return true;
+    }
+
+    const std::string& mFile;
     std::vector<Frame> mStack;
-    std::string mDuplicate;
+    Json mRoot;
+    Json mEvent;
+    std::string mLimit, mSyntax, mDuplicate, mEventError;
+    bool mEventsRead = false;
+    bool mDestroyed = false;
+    size_t mEventCount = 0;
+    std::deque<TavroScenarioEvent> mEvents;
 };
 
-}  // namespace
+// A read(2) stream buffer that stops at `limit` bytes: stdin and pipes have no size to check
+// before reading.
+class LimitedFdBuffer : public std::streambuf {
+  public:
+    LimitedFdBuffer(int fd, uint64_t limit) : mFd(fd), mLimit(limit) {}
+    bool tooLarge() const { return mTooLarge; }
+    int readErrno() const { return mErrno; }
 
-TavroScenario loadTavroScenarioText(const std::string& text, const std::string& name,
-                                    const std::string& baseDir) {
-    Json root;
-    DuplicateKeyFinder duplicates;
-    try {
-        root = Json::parse(text, std::ref(duplicates));
-    } catch (const nlohmann::json::parse_error& e) {
-        // "[json.exception.parse_error.101] parse error at line 3, column 5: ..." without the tag.
-        std::string what = e.what();
-        size_t tagEnd = what.find("] ");
-        throw TavroScenarioError(name + ": " +
-                                 (tagEnd == std::string::npos ? what : what.substr(tagEnd + 2)));
-    }
-    if (!duplicates.duplicate().empty()) {
-        throw TavroScenarioError(name + ": " + duplicates.duplicate());
+  protected:
+    int_type underflow() override {
+        if (mTooLarge || mErrno != 0) return traits_type::eof();
+        ssize_t n;
+        do {
+            n = ::read(mFd, mBuffer, sizeof(mBuffer));
+        } while (n < 0 && errno == EINTR);
+        if (n < 0) mErrno = errno;
+        if (n <= 0) return traits_type::eof();
+        mTotal += static_cast<uint64_t>(n);
+        if (mTotal > mLimit) {
+            mTooLarge = true;
+            return traits_type::eof();
+        }
+        setg(mBuffer, mBuffer, mBuffer + n);
+        return traits_type::to_int_type(mBuffer[0]);
     }
 
-    Node doc(root, "", name);
+  private:
+    int mFd;
+    uint64_t mLimit;
+    uint64_t mTotal = 0;
+    bool mTooLarge = false;
+    int mErrno = 0;
+    char mBuffer[1 << 16];
+};
+
+std::string tooLargeMessage(const std::string& name) {
+    return name + ": larger than " + std::to_string(kTavroMaxScenarioBytes) +
+           " bytes, the most a scenario file may have";
+}
+
+// The checks of everything but the events, then the events the reader built, in the order a
+// check of the whole tree would make them.
+TavroScenario finishScenario(ScenarioReader* reader, const std::string& name,
+                             const std::string& baseDir) {
+    const std::string readingError = reader->readingError();
+    if (!readingError.empty()) throw TavroScenarioError(readingError);
+
+    Node doc(reader->root(), "", name);
     doc.expectObject({"comment", "process", "properties", "property_files", "lists", "proc",
-                      "analysis", "component", "events"});
+                      "analysis", "component", "order", "events"});
     TavroScenario s;
     s.path = name;
     s.process = scenarioProcess(doc.at("process"));
@@ -652,32 +858,79 @@ TavroScenario loadTavroScenarioText(const std::string& text, const std::string& 
             doc.at("proc").fail("the own process is described by 'process'");
     }
     s.component = doc.at("component").nonEmptyString();
-
-    std::vector<Node> events = doc.at("events").elements();
-    if (events.empty()) doc.at("events").fail("expected at least one event");
-    bool destroyed = false;
-    for (const Node& event : events) {
-        if (destroyed) event.fail("nothing can follow 'destroy'");
-        s.events.push_back(scenarioEvent(event));
-        destroyed = s.events.back().kind == TavroScenarioEvent::Kind::kDestroy;
+    if (doc.has("order")) {
+        const std::string order = doc.at("order").string();
+        if (order != "strict" && order != "free") {
+            doc.at("order").fail("expected \"strict\" or \"free\"");
+        }
+        s.freeOrder = order == "free";
     }
+
+    if (!reader->eventsRead()) {
+        doc.at("events").elements();  // missing, or not an array: says which
+    }
+    if (reader->eventCount() == 0) doc.at("events").fail("expected at least one event");
+    if (!reader->eventError().empty()) throw TavroScenarioError(reader->eventError());
+    s.events = std::move(reader->events());
     return s;
 }
 
+}  // namespace
+
+const char* tavroScenarioEventName(TavroScenarioEvent::Kind kind) {
+    for (const EventName& n : kEventNames) {
+        if (n.kind == kind) return n.name;
+    }
+    return "?";
+}
+
+TavroScenario loadTavroScenarioText(const std::string& text, const std::string& name,
+                                    const std::string& baseDir) {
+    if (text.size() > kTavroMaxScenarioBytes) throw TavroScenarioError(tooLargeMessage(name));
+    ScenarioReader reader(name);
+    Json::sax_parse(text, &reader);
+    return finishScenario(&reader, name, baseDir);
+}
+
 TavroScenario loadTavroScenarioFile(const std::string& path) {
-    std::string text;
+    const bool isStdin = path == "-";
+    const std::string name = isStdin ? "<stdin>" : path;
     std::string baseDir;
-    if (path == "-") {
-        text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    } else {
-        std::ifstream in(path, std::ios::binary);
-        if (!in) throw TavroScenarioError(path + ": cannot read: " + strerror(errno));
-        text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    int fd = STDIN_FILENO;
+    if (!isStdin) {
+        fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) throw TavroScenarioError(path + ": cannot read: " + strerror(errno));
+        struct stat st;
+        std::string problem;
+        if (fstat(fd, &st) != 0) {
+            problem = strerror(errno);
+        } else if (S_ISDIR(st.st_mode)) {
+            problem = strerror(EISDIR);
+        } else if (!S_ISREG(st.st_mode) && !S_ISFIFO(st.st_mode) && !S_ISSOCK(st.st_mode)) {
+            problem = "not a regular file or a pipe";
+        } else if (S_ISREG(st.st_mode) &&
+                   static_cast<uint64_t>(st.st_size) > kTavroMaxScenarioBytes) {
+            close(fd);
+            throw TavroScenarioError(tooLargeMessage(name));
+        }
+        if (!problem.empty()) {
+            close(fd);
+            throw TavroScenarioError(path + ": cannot read: " + problem);
+        }
         size_t slash = path.rfind('/');
         baseDir = slash == std::string::npos ? "" : path.substr(0, slash);
         if (slash == 0) baseDir = "/";
     }
-    return loadTavroScenarioText(text, path == "-" ? "<stdin>" : path, baseDir);
+    LimitedFdBuffer buffer(fd, kTavroMaxScenarioBytes);
+    std::istream in(&buffer);
+    ScenarioReader reader(name);
+    Json::sax_parse(in, &reader);
+    if (!isStdin) close(fd);
+    if (buffer.tooLarge()) throw TavroScenarioError(tooLargeMessage(name));
+    if (buffer.readErrno() != 0) {
+        throw TavroScenarioError(name + ": cannot read: " + strerror(buffer.readErrno()));
+    }
+    return finishScenario(&reader, name, baseDir);
 }
 
 }  // namespace android

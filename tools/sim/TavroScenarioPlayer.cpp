@@ -1,13 +1,14 @@
 // Scenario player. Everything the library reports reaches the trace through three taps, all on the
-// playing thread: the host event record (platform and closed-component calls), the host log
-// (with --log-level) and the codec's own message dispatch (timer firings), seen through a thin
-// subclass that only watches.
+// playing thread: the host event listener (platform and closed-component calls), the host log
+// listener (log lines with --log-level, warnings, and a fatal check stopping the process) and the
+// codec's own message dispatch (timer firings), seen through a thin subclass that only watches.
 #include "tools/sim/TavroScenarioPlayer.h"
 
 #include <stdlib.h>
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cinttypes>
@@ -16,6 +17,8 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <set>
+#include <tuple>
 
 #include <C2Buffer.h>
 #include <C2Work.h>
@@ -48,6 +51,7 @@
 #include "sfplugin/TavroVideoTaskBoost.h"
 #include "tools/sim/TavroProcFixture.h"
 #include "tools/sim/TavroTraceTaps.h"
+#include "tools/sim/TavroTraceText.h"
 #include "whitelist/TavroSystemProbe.h"
 #include "whitelist/TavroWhiteListCacheMgr.h"
 
@@ -75,24 +79,47 @@ class TavroSimCodec : public TavroCCodec {
     std::function<void(uint32_t)> mObserver;
 };
 
-std::string typedText(const TavroTypedValue& v) {
+// A format or parameter value as the scenario writes it: bare int32 and string, {"int64": n},
+// {"float": x}.
+Json typedJson(const TavroTypedValue& v) {
     switch (v.type) {
         case TavroTypedValue::Type::kInt32:
-            return std::to_string(v.intValue);
+            return v.intValue;
         case TavroTypedValue::Type::kInt64:
-            return std::to_string(v.intValue) + "L";
+            return {{"int64", v.intValue}};
         case TavroTypedValue::Type::kFloat:
-            return tavroFloatText(v.floatValue) + "f";
+            if (!std::isfinite(v.floatValue)) return {{"float", tavroFloatText(v.floatValue)}};
+            return {{"float", strtod(tavroFloatText(v.floatValue).c_str(), nullptr)}};
         case TavroTypedValue::Type::kString:
-            return "\"" + v.stringValue + "\"";
+            return v.stringValue;
     }
-    return "";
+    return nullptr;
+}
+
+Json typedMapJson(const TavroTypedMap& map) {
+    Json out = Json::object();
+    for (const auto& [key, v] : map) out.get_ref<Json::object_t&>().emplace_back(key, typedJson(v));
+    return out;
+}
+
+const char* listKeyName(host::HostListService::Key key) {
+    switch (key) {
+        case host::HostListService::Key::kUid:
+            return "uid";
+        case host::HostListService::Key::kPid:
+            return "pid";
+        case host::HostListService::Key::kName:
+            return "name";
+        case host::HostListService::Key::kActivity:
+            return "activity";
+    }
+    return "?";
 }
 
 class Player {
   public:
-    Player(const TavroScenario& scenario, const TavroSimOptions& options, TavroTrace* trace)
-        : mScenario(scenario), mOptions(options), mTrace(trace) {}
+    Player(const TavroScenario& scenario, const TavroSimOptions& options, TavroTraceSink* sink)
+        : mScenario(scenario), mOptions(options), mSink(sink) {}
 
     bool run(std::string* error) {
         mIdentity.aliasPid = mScenario.process.pid;
@@ -107,14 +134,20 @@ class Player {
         setUpWorld();
         addHeader();
         createCodec();
-        for (const TavroScenarioEvent& event : mScenario.events) play(event);
+        for (const TavroScenarioEvent& event : mScenario.events) {
+            mPlaying = &event;
+            play(event);
+        }
+        mPlaying = nullptr;
         if (mCodec != nullptr) {
             Json end;
             end["name"] = "destroy";
             end["where"] = "end of scenario";
-            mTaps->add("step", "destroy (end of scenario)", end);
+            mTaps->add("step", std::move(end));
             destroyCodec();
         }
+        addUnused();
+        mSink->flush();
         tearDownWorld();
         mFixture.remove();
         return true;
@@ -129,23 +162,83 @@ class Player {
         fields["pid"] = mScenario.process.pid;
         fields["uid"] = mScenario.process.uid;
         fields["component"] = mScenario.component;
-        mTaps->add("step",
-                   "scenario " + mScenario.path + ": process " + mScenario.process.name + " (pid " +
-                           std::to_string(mScenario.process.pid) + ", uid " +
-                           std::to_string(mScenario.process.uid) + "), component " +
-                           mScenario.component,
-                   fields);
+        mTaps->add("step", std::move(fields));
+    }
+
+    // ---- Unused ---------------------------------------------------------------------------------
+
+    // Entries the scenario gave that the library never asked for, with what it asked in that list
+    // instead; properties it set that nothing read.
+    void addUnused() {
+        using Key = host::HostListService::Key;
+        const std::vector<host::HostListService::Ask> asks = host::HostListService::asks();
+        std::set<std::tuple<std::string, Key, std::string>> asked;
+        for (const auto& a : asks) asked.emplace(a.list, a.key, a.id);
+        auto shown = [&](Key key, const std::string& id) -> Json {
+            const int64_t value = strtoll(id.c_str(), nullptr, 10);
+            if (key == Key::kUid) return mIdentity.shownUid(value);
+            if (key == Key::kPid) return mIdentity.shownId(value);
+            return id;
+        };
+        for (const TavroScenarioList& list : mScenario.lists) {
+            for (const TavroListEntry& entry : list.entries) {
+                Key key = Key::kUid;
+                std::string id = entry.name;
+                Json shownId = entry.name;
+                switch (entry.key) {
+                    case TavroListEntry::Key::kUid:
+                        id = std::to_string(mIdentity.realUidOf(entry.id)), shownId = entry.id;
+                        break;
+                    case TavroListEntry::Key::kPid:
+                        key = Key::kPid;
+                        id = std::to_string(mIdentity.realPidOf(entry.id)), shownId = entry.id;
+                        break;
+                    case TavroListEntry::Key::kName:
+                        key = Key::kName;
+                        break;
+                    case TavroListEntry::Key::kActivity:
+                        key = Key::kActivity;
+                        break;
+                }
+                if (asked.count({list.name, key, id}) > 0) continue;
+                Json instead = Json::array();
+                for (const auto& a : asks) {
+                    if (a.list == list.name) {
+                        instead.push_back(
+                                {{"key", listKeyName(a.key)}, {"id", shown(a.key, a.id)}});
+                    }
+                }
+                Json fields;
+                fields["what"] = "list_entry";
+                fields["list"] = list.name;
+                fields["key"] = listKeyName(key);
+                fields["id"] = shownId;
+                fields["asked"] = std::move(instead);
+                mTaps->add("unused", std::move(fields));
+            }
+        }
+        const std::vector<std::string> read = host::HostProperties::readKeys();
+        std::set<std::string> reported;
+        for (const auto& [key, value] : mScenario.properties) {
+            if (std::binary_search(read.begin(), read.end(), key)) continue;
+            if (!reported.insert(key).second) continue;
+            Json fields;
+            fields["what"] = "property";
+            fields["name"] = key;
+            mTaps->add("unused", std::move(fields));
+        }
     }
 
     // ---- World ----------------------------------------------------------------------------------
 
     void setUpWorld() {
         host::HostClock::useManual();
-        mTaps = std::make_unique<TavroTraceTaps>(mTrace, mIdentity, host::HostClock::now());
+        mTaps = std::make_unique<TavroTraceTaps>(mSink, &mIdentity, host::HostClock::now());
         host::HostProperties::clear();
         host::HostListService::clear();
         host::HostLog::clear();
-        host::HostEvents::setEnabled(true);
+        // Only the listener below sees events: a record of a long session would only grow.
+        host::HostEvents::setEnabled(false);
         host::HostEvents::clear();
         TavroVideoBoost::clearRequestsForTesting();
         TavroVideoBoost::setAvailableForTesting(true);
@@ -198,8 +291,32 @@ class Player {
         }
 
         host::HostEvents::setListener([this](const host::HostEvent& e) { mTaps->onHostEvent(e); });
-        if (mOptions.hasLogLevel) {
-            host::HostLog::setListener([this](const host::LogRecord& r) { mTaps->onLog(r); });
+        host::HostLog::setListener([this](const host::LogRecord& r) { onLog(r); });
+    }
+
+    void onLog(const host::LogRecord& r) {
+        if (mOptions.hasLogLevel) mTaps->addLog(r);
+        if (r.priority >= ANDROID_LOG_FATAL) {
+            // The library stops the process after this: keep what was traced, say why.
+            mSink->flush();
+            mFixture.remove();
+            const std::string during =
+                    mPlaying != nullptr
+                            ? mPlaying->where + " (" + tavroScenarioEventName(mPlaying->kind) + ")"
+                            : "the end of the scenario";
+            if (mOptions.onFatal) {
+                mOptions.onFatal("tavro-sim: " + mScenario.path +
+                                 ": the library stopped the process on a fatal check during " +
+                                 during + ": F/" + r.tag + ": " + mIdentity.shownText(r.message));
+            }
+            return;
+        }
+        if (!mOptions.hasLogLevel && r.priority >= ANDROID_LOG_WARN && mOptions.onWarning) {
+            char head[64];
+            snprintf(head, sizeof(head), "%c/", r.priority == ANDROID_LOG_WARN ? 'W' : 'E');
+            char pid[32];
+            snprintf(pid, sizeof(pid), "(%5lld): ", static_cast<long long>(mIdentity.aliasPid));
+            mOptions.onWarning(head + r.tag + pid + mIdentity.shownText(r.message));
         }
     }
 
@@ -210,6 +327,9 @@ class Player {
         TavroSimCodec* codec = new TavroSimCodec();
         mCodec = codec;
         mTaps->setCodecAddress(static_cast<int64_t>(reinterpret_cast<intptr_t>(codec)));
+        mIdentity.nameAddress(reinterpret_cast<uintptr_t>(codec), "codec#1");
+        mIdentity.nameAddress(reinterpret_cast<uintptr_t>(codec->channelForTesting().get()),
+                              "channel#1");
         codec->setObserver([this](uint32_t what) { mTaps->onMessage(what); });
         mCodec->setCallback(std::make_unique<host::RecordingCodecCallback>());
         mLooper->registerHandler(mCodec);
@@ -236,6 +356,7 @@ class Player {
         setProcessNameRootForTesting("");
         IPCThreadState::self()->clearCallingIdentityForTesting();
         mLooper.clear();
+        host::HostEvents::setEnabled(true);
         host::HostClock::useReal();
     }
 
@@ -282,12 +403,9 @@ class Player {
     }
 
     sp<AMessage> lastCall(const char* name, size_t* count) const {
-        sp<AMessage> last;
-        *count = 0;
-        for (const CCodec::Call& call : mCodec->callsForTesting()) {
-            if (call.name == name) last = call.msg, ++*count;
-        }
-        return last;
+        CCodec::Call last;
+        *count = mCodec->callCountForTesting(name, &last);
+        return last.msg;
     }
 
     // Hands `msg` to the codec through `call` and traces how the message the platform base
@@ -365,24 +483,17 @@ class Player {
 
     Json stepFields(const TavroScenarioEvent& e) const {
         Json fields;
-        fields["name"] = e.name;
+        fields["name"] = tavroScenarioEventName(e.kind);
         fields["where"] = e.where;
         return fields;
-    }
-
-    std::string typedMapText(const TavroTypedMap& map) const {
-        std::string text;
-        for (const auto& [key, v] : map) {
-            text += std::string(text.empty() ? "" : ", ") + key + "=" + typedText(v);
-        }
-        return "{" + text + "}";
     }
 
     void play(const TavroScenarioEvent& e) {
         Json fields = stepFields(e);
         switch (e.kind) {
             case Kind::kAllocate: {
-                mTaps->add("step", "allocate " + mScenario.component, fields);
+                fields["component"] = mScenario.component;
+                mTaps->add("step", std::move(fields));
                 sp<AMessage> msg = new AMessage();
                 msg->setObject(kKeyCodecInfo, new MediaCodecInfo(mScenario.component.c_str()));
                 mCodec->initiateAllocateComponent(msg);
@@ -390,7 +501,8 @@ class Player {
                 return;
             }
             case Kind::kConfigure: {
-                mTaps->add("step", "configure " + typedMapText(e.format), fields);
+                fields["format"] = typedMapJson(e.format);
+                mTaps->add("step", std::move(fields));
                 sp<AMessage> format = buildMessage(e.format);
                 callAndDiff("configure", "initiateConfigureComponent", format,
                             [&] { mCodec->initiateConfigureComponent(format); });
@@ -398,12 +510,13 @@ class Player {
                 return;
             }
             case Kind::kStart:
-                mTaps->add("step", "start", fields);
+                mTaps->add("step", std::move(fields));
                 mCodec->initiateStart();
                 runPending();
                 return;
             case Kind::kSetParameters: {
-                mTaps->add("step", "set_parameters " + typedMapText(e.format), fields);
+                fields["params"] = typedMapJson(e.format);
+                mTaps->add("step", std::move(fields));
                 sp<AMessage> params = buildMessage(e.format);
                 const bool passed =
                         callAndDiff("set_parameters", "signalSetParameters", params, [&] {
@@ -415,7 +528,7 @@ class Player {
                     Json none;
                     none["stage"] = "set_parameters";
                     none["change"] = "not_passed";
-                    mTaps->add("format", "parameters not passed to the platform", none);
+                    mTaps->add("format", std::move(none));
                 }
                 runPending();
                 return;
@@ -423,41 +536,29 @@ class Player {
             case Kind::kInput:
                 fields["time_us"] = e.timeUs;
                 fields["bytes"] = e.bytes;
-                mTaps->add("step",
-                           "input pts " + std::to_string(e.timeUs) + " us, " +
-                                   std::to_string(e.bytes) + " bytes",
-                           fields);
+                mTaps->add("step", std::move(fields));
                 queueInput(e.timeUs, e.bytes);
                 runPending();
                 return;
             case Kind::kOutput: {
                 fields["time_us"] = e.timeUs;
-                std::string text = "output pts " + std::to_string(e.timeUs) + " us";
-                if (!e.hasBuffer) text += ", no buffer";
-                if (e.flags != 0) {
-                    fields["flags"] = tavroHex32(e.flags);
-                    text += ", flags " + tavroHex32(e.flags);
-                }
+                if (!e.hasBuffer) fields["buffer"] = false;
+                if (e.flags != 0) fields["flags"] = e.flags;
                 if (e.hdr.hasColorAspects) {
-                    char aspects[96];
-                    snprintf(aspects, sizeof(aspects),
-                             ", colour aspects range %u primaries %u transfer %u matrix %u",
-                             e.hdr.range, e.hdr.primaries, e.hdr.transfer, e.hdr.matrix);
-                    text += aspects;
                     fields["color_aspects"] = {{"range", e.hdr.range},
                                                {"primaries", e.hdr.primaries},
                                                {"transfer", e.hdr.transfer},
                                                {"matrix", e.hdr.matrix}};
                 }
-                if (e.hdr.hasHdr10Plus) {
-                    text += ", dynamic metadata " + std::to_string(e.hdr.hdr10Plus.size()) +
-                            " bytes";
-                    fields["hdr10plus_bytes"] = e.hdr.hdr10Plus.size();
+                if (e.hdr.hasHdr10Plus) fields["hdr10plus_bytes"] = e.hdr.hdr10Plus.size();
+                if (!e.configUpdate.empty()) {
+                    Json indices = Json::array();
+                    for (const TavroRawRecord& r : e.configUpdate) {
+                        indices.push_back(tavroHex32(r.index));
+                    }
+                    fields["config_update"] = std::move(indices);
                 }
-                for (const TavroRawRecord& r : e.configUpdate) {
-                    text += ", configUpdate " + tavroHex32(r.index);
-                }
-                mTaps->add("step", text, fields);
+                mTaps->add("step", std::move(fields));
                 finishWork(&e, e.timeUs);
                 runPending();
                 return;
@@ -466,48 +567,43 @@ class Player {
                 const int64_t renderNs = e.hasRenderNs ? e.renderNs : host::HostClock::now();
                 fields["time_us"] = e.timeUs;
                 fields["render_ns"] = renderNs;
-                mTaps->add("step", "render pts " + std::to_string(e.timeUs) + " us", fields);
+                mTaps->add("step", std::move(fields));
                 render(e.timeUs, renderNs);
                 runPending();
                 return;
             }
             case Kind::kDiscard:
                 fields["time_us"] = e.timeUs;
-                mTaps->add("step", "discard pts " + std::to_string(e.timeUs) + " us", fields);
+                mTaps->add("step", std::move(fields));
                 discard(e.timeUs);
                 runPending();
                 return;
             case Kind::kClip:
-                playClip(e, fields);
+                playClip(e, std::move(fields));
                 return;
             case Kind::kFlush:
-                mTaps->add("step", "flush", fields);
+                mTaps->add("step", std::move(fields));
                 mCodec->signalFlush();
                 runPending();
                 return;
             case Kind::kResume:
-                mTaps->add("step", "resume", fields);
+                mTaps->add("step", std::move(fields));
                 mCodec->signalResume();
                 runPending();
                 return;
             case Kind::kAdvance:
                 fields["us"] = e.advanceUs;
-                mTaps->add("step",
-                           "advance " + tavroFloatText(static_cast<double>(e.advanceUs) / 1000) +
-                                   " ms",
-                           fields);
+                mTaps->add("step", std::move(fields));
                 mLooper->advanceForTesting(e.advanceUs);
                 return;
             case Kind::kShutdown:
                 fields["keep_allocated"] = e.keepAllocated;
-                mTaps->add("step",
-                           std::string("shutdown") + (e.keepAllocated ? " (keep allocated)" : ""),
-                           fields);
+                mTaps->add("step", std::move(fields));
                 mCodec->initiateShutdown(e.keepAllocated);
                 runPending();
                 return;
             case Kind::kDestroy:
-                mTaps->add("step", "destroy", fields);
+                mTaps->add("step", std::move(fields));
                 destroyCodec();
                 return;
         }
@@ -524,13 +620,8 @@ class Player {
         fields["speed"] = e.speed;
         fields["drops"] = e.drops;
         fields["start_us"] = startUs;
-        std::string text = "clip " + std::to_string(e.count) + " frames at " +
-                           tavroFloatText(e.fps) + " fps, speed " + tavroFloatText(e.speed) +
-                           "x, pts from " + std::to_string(startUs) + " us";
-        if (e.drops > 0) text += ", every " + std::to_string(e.drops) + ". frame dropped";
-        if (!e.renderFrames) text += ", not rendered";
         fields["render"] = e.renderFrames;
-        mTaps->add("step", text, fields);
+        mTaps->add("step", std::move(fields));
 
         const CCodecBufferChannel::Counters before = channel()->countersForTesting();
         int64_t clockUs = 0;
@@ -555,20 +646,16 @@ class Player {
         done["name"] = "clip_end";
         done["where"] = e.where;
         done["queued"] = after.queued - before.queued;
-        done["outputs"] = after.worksDone - before.worksDone;
+        done["output"] = after.worksDone - before.worksDone;
         done["rendered"] = after.rendered - before.rendered;
         done["dropped"] = after.discarded - before.discarded;
-        mTaps->add("step",
-                   "clip done: " + std::to_string(after.queued - before.queued) + " queued, " +
-                           std::to_string(after.worksDone - before.worksDone) + " output, " +
-                           std::to_string(after.rendered - before.rendered) + " rendered, " +
-                           std::to_string(after.discarded - before.discarded) + " dropped",
-                   done);
+        mTaps->add("step", std::move(done));
     }
 
     const TavroScenario& mScenario;
     const TavroSimOptions& mOptions;
-    TavroTrace* mTrace;
+    TavroTraceSink* mSink;
+    const TavroScenarioEvent* mPlaying = nullptr;  // for the line a fatal check leaves
     TavroProcFixture mFixture;
     sp<ALooper> mLooper;
     sp<TavroCCodec> mCodec;
@@ -582,8 +669,8 @@ class Player {
 }  // namespace
 
 bool playTavroScenario(const TavroScenario& scenario, const TavroSimOptions& options,
-                       TavroTrace* trace, std::string* error) {
-    Player player(scenario, options, trace);
+                       TavroTraceSink* sink, std::string* error) {
+    Player player(scenario, options, sink);
     return player.run(error);
 }
 

@@ -1,6 +1,8 @@
 // Plays a TavroScenario: builds the host world the scenario describes (properties, list service,
 // caller identity, /proc fixture), drives one TavroCCodec through its events on a manual looper and
-// the controllable clock, and records into a TavroTrace what the library did.
+// the controllable clock, and hands to a trace sink what the library did, entry by entry, then the
+// "unused" entries: list entries and properties the scenario gave that the library never asked
+// for.
 //
 // The host stores are process-wide: one scenario plays at a time, on the calling thread, and the
 // player resets the stores before and after it. The clock is manual while the scenario plays.
@@ -8,6 +10,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <string>
 
 #include "tools/sim/TavroScenario.h"
@@ -19,11 +22,20 @@ struct TavroSimOptions {
     // Sets "debug.tavro.video.log.enable" (over the scenario's value) and traces log lines.
     bool hasLogLevel = false;
     int32_t logLevel = 0;
+    // Without a log level: each library warning or error as one line in logcat's brief form,
+    // with the scenario's pid and stable object names ("W/TavroCCodec( 4321): ..."). Null drops
+    // them.
+    std::function<void(const std::string& line)> onWarning;
+    // The library is stopping the process on one of its fatal checks. The sink has been flushed;
+    // `line` names the check and the event that was playing. When this returns (or when it is
+    // null), the library goes on to stop the process.
+    std::function<void(const std::string& line)> onFatal;
 };
 
-// Plays `scenario` and appends to `*trace`. False with `*error` set only when the world cannot be
-// built (the /proc fixture directory); a scenario the loader accepted always plays to its end.
+// Plays `scenario` and hands its entries to `*sink`, flushing it at the end. False with `*error`
+// set only when the world cannot be built (the /proc fixture directory); a scenario the loader
+// accepted always plays to its end, unless the library stops the process.
 bool playTavroScenario(const TavroScenario& scenario, const TavroSimOptions& options,
-                       TavroTrace* trace, std::string* error);
+                       TavroTraceSink* sink, std::string* error);
 
 }  // namespace android

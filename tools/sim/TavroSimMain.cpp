@@ -1,6 +1,11 @@
 #include "tools/sim/TavroSimMain.h"
 
+#include <unistd.h>
+
+#include <exception>
+#include <set>
 #include <string>
+#include <vector>
 
 #include <host/HostLog.h>
 #include <log/log.h>
@@ -8,12 +13,32 @@
 
 #include "tools/sim/TavroScenarioLoader.h"
 #include "tools/sim/TavroScenarioPlayer.h"
+#include "tools/sim/TavroScenarioSession.h"
 #include "tools/sim/TavroTrace.h"
+#include "tools/sim/TavroTraceSummary.h"
 
 namespace android {
 
-int tavroSimMain(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
-                 bool standalone) {
+namespace {
+
+constexpr char kVersion[] = "tavro-sim 1.1 (scenario format 1)";
+
+std::string footer() {
+    std::string kinds;
+    for (const std::string& k : tavroTraceKinds()) kinds += (kinds.empty() ? "" : ", ") + k;
+    return "Events: allocate, configure, start, input, output, render, discard, clip,\n"
+           "  set_parameters, flush, resume, advance, shutdown, destroy (README: Scenario "
+           "reference).\n"
+           "Kinds: " +
+           kinds +
+           ".\n"
+           "Exit status: 0 played; 2 bad usage or a bad scenario (one line naming the place);\n"
+           "  3 the library stopped the process on one of its fatal checks (the trace up to\n"
+           "  then is printed, the last line on stderr names the check).\n"
+           "Example: tavro-sim --only boost,unboost,unused --summary scenarios/default.json";
+}
+
+int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err, bool standalone) {
     CLI::App app{
             "Plays a codec session described by a scenario file on the host platform and prints "
             "what the Tavro plug-in did: format keys, vendor parameters, boosts, feedback, "
@@ -21,17 +46,29 @@ int tavroSimMain(int argc, const char* const* argv, std::ostream& out, std::ostr
             "tavro-sim"};
     std::string path;
     bool json = false;
+    bool summary = false;
     int32_t logLevel = 0;
+    std::vector<std::string> only;
+    app.footer(footer());
+    app.set_version_flag("--version", kVersion);
     app.add_option("scenario", path, "Scenario file (JSON); - reads stdin")->required();
     app.add_flag("--json", json, "One JSON object per line, each with a \"kind\"");
     CLI::Option* level = app.add_option(
             "--log-level", logLevel,
             "Sets debug.tavro.video.log.enable to N and includes the library's log lines");
     level->check(CLI::Range(0, 99));
+    app.add_option("--only", only, "Shows only these kinds (comma-separated)")
+            ->delimiter(',')
+            ->check(CLI::IsMember(tavroTraceKinds()));
+    app.add_flag("--summary", summary,
+                 "Ends with counts per kind, boosts sent and released, modes entered, HDR type");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         out << app.help();
+        return kTavroExitOk;
+    } catch (const CLI::CallForVersion&) {
+        out << kVersion << "\n";
         return kTavroExitOk;
     } catch (const CLI::ParseError& e) {
         err << "tavro-sim: " << e.what() << " (see --help)\n";
@@ -41,6 +78,7 @@ int tavroSimMain(int argc, const char* const* argv, std::ostream& out, std::ostr
     TavroScenario scenario;
     try {
         scenario = loadTavroScenarioFile(path);
+        checkTavroScenarioSession(scenario);
     } catch (const TavroScenarioError& e) {
         err << e.what() << "\n";
         return kTavroExitBadInput;
@@ -49,22 +87,53 @@ int tavroSimMain(int argc, const char* const* argv, std::ostream& out, std::ostr
     TavroSimOptions options;
     options.hasLogLevel = level->count() > 0;
     options.logLevel = logLevel;
+    options.onWarning = [&err](const std::string& line) { err << line << "\n" << std::flush; };
+    options.onFatal = [&err, &out, standalone](const std::string& line) {
+        out.flush();
+        err << line << "\n" << std::flush;
+        if (standalone) _exit(kTavroExitFatalCheck);
+    };
     if (standalone) {
-        host::HostLog::setStderrPriority(options.hasLogLevel ? ANDROID_LOG_SILENT
-                                                             : ANDROID_LOG_WARN);
+        // Warnings reach stderr through onWarning, with the scenario's pid.
+        host::HostLog::setStderrPriority(ANDROID_LOG_SILENT);
     }
-    TavroTrace trace;
+    TavroTraceWriter writer(out, json);
+    TavroTraceFilter filter(&writer, std::set<std::string>(only.begin(), only.end()));
+    TavroTraceSink* shown = only.empty() ? static_cast<TavroTraceSink*>(&writer) : &filter;
+    TavroTraceSummary counter;
+    TavroTraceTee tee({&counter, shown});  // the writer last: it keeps entries without a copy
     std::string error;
-    if (!playTavroScenario(scenario, options, &trace, &error)) {
+    if (!playTavroScenario(scenario, options, summary ? static_cast<TavroTraceSink*>(&tee) : shown,
+                           &error)) {
         err << "tavro-sim: " << error << "\n";
         return kTavroExitBadInput;
     }
-    if (json) {
-        trace.writeJson(out);
-    } else {
-        trace.writeText(out);
+    if (summary) {
+        for (const TavroTraceEntry& e : counter.entries()) writer.add(e);
+        writer.flush();
+    }
+    if (!out) {
+        err << "tavro-sim: cannot write the trace\n";
+        return kTavroExitBadInput;
     }
     return kTavroExitOk;
+}
+
+}  // namespace
+
+int tavroSimMain(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                 bool standalone) {
+    // Anything thrown past the checks above is a fault of the tool, still one line and status 2.
+    try {
+        return run(argc, argv, out, err, standalone);
+    } catch (const std::exception& e) {
+        out.flush();
+        err << "tavro-sim: " << e.what() << "\n";
+    } catch (...) {
+        out.flush();
+        err << "tavro-sim: unknown error\n";
+    }
+    return kTavroExitBadInput;
 }
 
 }  // namespace android

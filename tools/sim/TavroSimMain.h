@@ -6,15 +6,21 @@
 
 namespace android {
 
-// Exit statuses of the tools: success, warnings (tavro-boostinfo), bad usage or input.
+// Exit statuses of the tools: success, warnings (tavro-boostinfo), bad usage or input, and the
+// library stopping the process on one of its fatal checks (tavro-sim).
 constexpr int kTavroExitOk = 0;
 constexpr int kTavroExitWarnings = 1;
 constexpr int kTavroExitBadInput = 2;
+constexpr int kTavroExitFatalCheck = 3;
 
-// `tavro-sim [--json] [--log-level N] SCENARIO.json` ("-" reads stdin). The trace goes to `out`;
-// a problem with the options or the scenario is one line on `err` and exit status 2.
-// `standalone` lets it route the library's stderr log (warnings and errors, or nothing while log
-// lines go to the trace); tests leave the log as their main set it.
+// `tavro-sim [--json] [--log-level N] [--only KIND,...] [--summary] SCENARIO.json` ("-" reads
+// stdin). The trace streams to `out`, a line at a time; a problem with the options or the
+// scenario is one line on `err` and exit status 2, and nothing plays. Library warnings go to
+// `err` with the scenario's pid. No exception leaves this function.
+// `standalone` lets it own the process: it routes the library's stderr log through `err`, and
+// when a fatal check of the library stops the process it exits with kTavroExitFatalCheck after
+// writing out the trace and a last line on `err` naming the check. Tests leave the log as their
+// main set it, and a fatal check aborts as the library asks.
 int tavroSimMain(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                  bool standalone = false);
 

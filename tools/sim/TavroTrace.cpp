@@ -3,29 +3,84 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "tools/sim/TavroTraceText.h"
+
 namespace android {
 
 namespace {
 
+// Seconds with three decimals, as printf's "%.3f" of us / 1e6 gives them. Written by hand: it is
+// on every line of a trace that may have millions.
 std::string seconds(int64_t us) {
     char text[32];
-    snprintf(text, sizeof(text), "%.3f", static_cast<double>(us) / 1e6);
-    return text;
+    if (us < 0 || us % 1000 == 500) {
+        // Negative, or exactly between two milliseconds: the double's rounding decides.
+        snprintf(text, sizeof(text), "%.3f", static_cast<double>(us) / 1e6);
+        return text;
+    }
+    const int64_t ms = (us + 500) / 1000;
+    std::string out = std::to_string(ms / 1000);
+    const int frac = static_cast<int>(ms % 1000);
+    out += '.';
+    out += static_cast<char>('0' + frac / 100);
+    out += static_cast<char>('0' + frac / 10 % 10);
+    out += static_cast<char>('0' + frac % 10);
+    return out;
+}
+
+bool sameEntry(const TavroTraceEntry& a, const TavroTraceEntry& b) {
+    return a.kind == b.kind && a.text == b.text && a.fields == b.fields;
 }
 
 }  // namespace
 
-void TavroTrace::add(TavroTraceEntry entry) {
-    if (!mEntries.empty()) {
-        TavroTraceEntry& last = mEntries.back();
-        if (last.kind == entry.kind && last.text == entry.text && last.fields == entry.fields) {
-            ++last.repeat;
-            last.lastTimeUs = entry.timeUs;
-            return;
-        }
+const std::vector<std::string>& tavroTraceKinds() {
+    static const std::vector<std::string> kKinds = {
+            "step",     "format", "param",    "boost",  "unboost",  "task_boost",
+            "feedback", "stat",   "analysis", "pelto",  "callback", "platform",
+            "timer",    "log",    "unused",   "summary"};
+    return kKinds;
+}
+
+void TavroTraceMerger::add(const TavroTraceEntry& entry) {
+    if (mHolding && sameEntry(mHeld, entry)) {
+        ++mHeld.repeat;
+        mHeld.lastTimeUs = entry.timeUs;
+        return;
     }
-    entry.lastTimeUs = entry.timeUs;
-    mEntries.push_back(std::move(entry));
+    add(TavroTraceEntry(entry));
+}
+
+void TavroTraceMerger::add(TavroTraceEntry&& entry) {
+    if (mHolding && sameEntry(mHeld, entry)) {
+        ++mHeld.repeat;
+        mHeld.lastTimeUs = entry.timeUs;
+        return;
+    }
+    flush();
+    mHeld = std::move(entry);
+    mHeld.repeat = 1;
+    mHeld.lastTimeUs = mHeld.timeUs;
+    mHolding = true;
+}
+
+void TavroTraceMerger::flush() {
+    if (!mHolding) return;
+    mHolding = false;
+    mOut(mHeld);
+}
+
+void TavroTrace::add(const TavroTraceEntry& entry) {
+    TavroTraceEntry copy = entry;
+    if (copy.text.empty()) copy.text = tavroTraceText(copy);
+    if (!mEntries.empty() && sameEntry(mEntries.back(), copy)) {
+        ++mEntries.back().repeat;
+        mEntries.back().lastTimeUs = copy.timeUs;
+        return;
+    }
+    copy.repeat = 1;
+    copy.lastTimeUs = copy.timeUs;
+    mEntries.push_back(std::move(copy));
 }
 
 std::vector<TavroTraceEntry> TavroTrace::ofKind(const std::string& kind) const {
@@ -37,9 +92,16 @@ std::vector<TavroTraceEntry> TavroTrace::ofKind(const std::string& kind) const {
 }
 
 std::string TavroTrace::textLine(const TavroTraceEntry& entry) {
-    char head[64];
-    snprintf(head, sizeof(head), "[%9s] %-10s ", seconds(entry.timeUs).c_str(), entry.kind.c_str());
-    std::string line = head + entry.text;
+    // "[%9s] %-10s " by hand, for the same reason.
+    const std::string time = seconds(entry.timeUs);
+    std::string line = "[";
+    if (time.size() < 9) line.append(9 - time.size(), ' ');
+    line += time;
+    line += "] ";
+    line += entry.kind;
+    if (entry.kind.size() < 10) line.append(10 - entry.kind.size(), ' ');
+    line += ' ';
+    line += entry.text.empty() ? tavroTraceText(entry) : entry.text;
     if (entry.repeat > 1) {
         line += " (x" + std::to_string(entry.repeat);
         if (entry.lastTimeUs != entry.timeUs) line += " until " + seconds(entry.lastTimeUs);
@@ -68,6 +130,18 @@ void TavroTrace::writeText(std::ostream& out) const {
 
 void TavroTrace::writeJson(std::ostream& out) const {
     for (const TavroTraceEntry& e : mEntries) out << jsonLine(e) << '\n';
+}
+
+TavroTraceWriter::TavroTraceWriter(std::ostream& out, bool json)
+    : mOut(out), mJson(json), mMerger([this](const TavroTraceEntry& e) {
+          // One line at a time, flushed: what is printed stays printed if the process stops.
+          mOut << (mJson ? TavroTrace::jsonLine(e) : TavroTrace::textLine(e)) << '\n';
+          mOut.flush();
+      }) {}
+
+void TavroTraceWriter::flush() {
+    mMerger.flush();
+    mOut.flush();
 }
 
 }  // namespace android

@@ -1,12 +1,19 @@
 // The trace tavro-sim prints: what the library did during a scenario, one entry per thing that
-// reached the platform or the maker's services, in the order it happened. Every entry has a
-// readable line and the same content as JSON fields; consecutive identical entries are merged
-// with a repeat count, so per-frame reports do not drown the rest.
+// reached the platform or the maker's services, in the order it happened.
+//
+// An entry is typed data: a kind, a time and fields (JSON values: numbers, strings, objects). The
+// readable line is rendered from the fields (TavroTraceText.h), so the text and the JSON view say
+// the same with the same names, and a sink that wants neither (a timeline) takes the fields.
+// Entries flow to sinks as they happen: the command streams them (TavroTraceWriter), tests keep
+// them (TavroTrace). Consecutive identical entries are merged with a repeat count by the sinks
+// that print, so per-frame reports do not drown the rest.
 #pragma once
 
 #include <stdint.h>
 
+#include <functional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,20 +23,51 @@ namespace android {
 
 struct TavroTraceEntry {
     // "step" (a scenario event), "format", "param", "boost", "unboost", "task_boost", "feedback",
-    // "stat", "analysis", "pelto", "callback", "platform", "timer", "log".
+    // "stat", "analysis", "pelto", "callback", "platform", "timer", "log", "unused", "summary".
     std::string kind;
     int64_t timeUs = 0;      // since the start of the scenario, on the simulated clock
     int64_t lastTimeUs = 0;  // time of the last merged repeat
     int32_t repeat = 1;
-    std::string text;  // the readable line, without time and kind
-    nlohmann::ordered_json fields = nlohmann::ordered_json::object();  // the JSON view
+    std::string text;  // the readable line, without time and kind; "" = rendered from the fields
+    nlohmann::ordered_json fields = nlohmann::ordered_json::object();  // the typed content
 };
 
-class TavroTrace {
+// Every kind an entry may have, in the order the README lists them.
+const std::vector<std::string>& tavroTraceKinds();
+
+// Receives entries one at a time, in order, each with repeat 1.
+class TavroTraceSink {
   public:
-    // Appends `entry`, or counts it as a repeat of the last entry when kind, text and fields are
-    // the same.
-    void add(TavroTraceEntry entry);
+    virtual ~TavroTraceSink() = default;
+    virtual void add(const TavroTraceEntry& entry) = 0;
+    // The same, with an entry the sink may keep without copying it.
+    virtual void take(TavroTraceEntry&& entry) { add(entry); }
+    // Writes out what is held back (a merged line still counting). Called at the end, and when
+    // the library is about to stop the process.
+    virtual void flush() {}
+};
+
+// Merges an entry into the one before it when kind, text and fields are equal; hands each
+// finished (merged) entry to `out`. Holds one entry at a time.
+class TavroTraceMerger {
+  public:
+    explicit TavroTraceMerger(std::function<void(const TavroTraceEntry&)> out)
+        : mOut(std::move(out)) {}
+    void add(const TavroTraceEntry& entry);
+    void add(TavroTraceEntry&& entry);
+    void flush();
+
+  private:
+    std::function<void(const TavroTraceEntry&)> mOut;
+    TavroTraceEntry mHeld;
+    bool mHolding = false;
+};
+
+// The trace in memory, merged (tests and in-process callers).
+class TavroTrace : public TavroTraceSink {
+  public:
+    // Appends `entry` (its text rendered when empty), or counts it as a repeat of the last.
+    void add(const TavroTraceEntry& entry) override;
     const std::vector<TavroTraceEntry>& entries() const { return mEntries; }
 
     // Entries of `kind` (all kinds for "").
@@ -45,6 +83,57 @@ class TavroTrace {
 
   private:
     std::vector<TavroTraceEntry> mEntries;
+};
+
+// Streams merged lines (text or JSON) to `out`, each flushed as soon as it is complete.
+class TavroTraceWriter : public TavroTraceSink {
+  public:
+    TavroTraceWriter(std::ostream& out, bool json);
+    void add(const TavroTraceEntry& entry) override { mMerger.add(entry); }
+    void take(TavroTraceEntry&& entry) override { mMerger.add(std::move(entry)); }
+    void flush() override;
+
+  private:
+    std::ostream& mOut;
+    bool mJson;
+    TavroTraceMerger mMerger;
+};
+
+// Passes on the entries of some kinds only (those in `kinds`).
+class TavroTraceFilter : public TavroTraceSink {
+  public:
+    TavroTraceFilter(TavroTraceSink* next, std::set<std::string> kinds)
+        : mNext(next), mKinds(std::move(kinds)) {}
+    void add(const TavroTraceEntry& entry) override {
+        if (mKinds.count(entry.kind) > 0) mNext->add(entry);
+    }
+    void take(TavroTraceEntry&& entry) override {
+        if (mKinds.count(entry.kind) > 0) mNext->take(std::move(entry));
+    }
+    void flush() override { mNext->flush(); }
+
+  private:
+    TavroTraceSink* mNext;
+    std::set<std::string> mKinds;
+};
+
+// Hands every entry to several sinks.
+class TavroTraceTee : public TavroTraceSink {
+  public:
+    explicit TavroTraceTee(std::vector<TavroTraceSink*> sinks) : mSinks(std::move(sinks)) {}
+    void add(const TavroTraceEntry& entry) override {
+        for (TavroTraceSink* sink : mSinks) sink->add(entry);
+    }
+    void take(TavroTraceEntry&& entry) override {
+        for (size_t i = 0; i + 1 < mSinks.size(); ++i) mSinks[i]->add(entry);
+        if (!mSinks.empty()) mSinks.back()->take(std::move(entry));
+    }
+    void flush() override {
+        for (TavroTraceSink* sink : mSinks) sink->flush();
+    }
+
+  private:
+    std::vector<TavroTraceSink*> mSinks;
 };
 
 }  // namespace android

@@ -1,10 +1,11 @@
-// Trace taps: host events, log records and timer messages to trace entries.
+// Trace taps: host events, log records and timer messages to typed trace entries.
 #include "tools/sim/TavroTraceTaps.h"
 
 #include <stdlib.h>
 #include <string.h>
 #include <sys/types.h>
 
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -18,6 +19,7 @@
 #include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "sfplugin/TavroVideoTaskBoost.h"
+#include "tools/sim/TavroTraceText.h"
 
 namespace android {
 
@@ -49,28 +51,6 @@ constexpr ParamName kParams[] = {
         {kVppModeParamIndex, "VppModeParam", false},
         {kFileFpsParamIndex, "FileFpsParam", true},
 };
-
-}  // namespace
-
-std::string tavroHex32(uint32_t value) {
-    char text[16];
-    snprintf(text, sizeof(text), "0x%08x", value);
-    return text;
-}
-
-std::string tavroFloatText(double value) {
-    char text[64];
-    auto result = std::to_chars(text, text + sizeof(text), value);
-    return std::string(text, result.ptr);
-}
-
-std::string tavroFloatText(float value) {
-    char text[64];
-    auto result = std::to_chars(text, text + sizeof(text), value);
-    return std::string(text, result.ptr);
-}
-
-namespace {
 
 // A float as JSON: the number its shortest text denotes (so 29.97f prints 29.97), or the text
 // itself for values JSON has no number for.
@@ -107,6 +87,7 @@ const char* typeName(AMessage::Type type) {
     return "unknown";
 }
 
+// One message value: its type name, a text to compare two values by, and its JSON form.
 struct MessageValue {
     std::string type;
     std::string text;
@@ -155,8 +136,8 @@ MessageValue messageValue(const sp<AMessage>& msg, size_t index) {
         case AMessage::kTypeString: {
             AString s;
             msg->findString(name, &s);
-            v.text = "\"" + std::string(s.c_str(), s.size()) + "\"";
-            v.json = std::string(s.c_str(), s.size());
+            v.text = std::string(s.c_str(), s.size());
+            v.json = v.text;
             break;
         }
         case AMessage::kTypeMessage: {
@@ -186,7 +167,9 @@ std::string messageText(const sp<AMessage>& msg) {
     for (size_t i = 0; i < msg->countEntries(); ++i) {
         AMessage::Type type;
         const char* name = msg->getEntryNameAt(i, &type);
-        text += std::string(i == 0 ? "" : ", ") + name + "=" + messageValue(msg, i).text;
+        const MessageValue v = messageValue(msg, i);
+        text += std::string(i == 0 ? "" : ", ") + name + "=" +
+                (v.type == "string" ? "\"" + v.text + "\"" : v.text);
     }
     return text + "}";
 }
@@ -199,24 +182,163 @@ std::vector<uint8_t> fromHex(const std::string& hex) {
     return out;
 }
 
-// Message-text values ("{a=1, b=2}") are long: the readable line names them only.
-std::string shortValue(const std::string& value) {
-    return !value.empty() && value.front() == '{' && value.size() > 2 ? "{...}" : value;
+// ---- Typed arguments ------------------------------------------------------------------------
+
+bool integerText(const std::string& text, Json* out) {
+    const char* begin = text.data();
+    const char* end = begin + text.size();
+    const char* digits = text[0] == '-' ? begin + 1 : begin;
+    if (digits == end || (*digits == '0' && end - digits > 1) ||
+        (digits != begin && *digits == '0'))
+        return false;
+    for (const char* p = digits; p < end; ++p) {
+        if (!isdigit(static_cast<unsigned char>(*p))) return false;
+    }
+    int64_t value = 0;
+    if (std::from_chars(begin, end, value).ec == std::errc()) {
+        *out = value;
+        return true;
+    }
+    uint64_t unsignedValue = 0;
+    if (digits == begin && std::from_chars(begin, end, unsignedValue).ec == std::errc()) {
+        *out = unsignedValue;
+        return true;
+    }
+    return false;
+}
+
+bool numberText(const std::string& text, Json* out) {
+    if (integerText(text, out)) return true;
+    double value = 0;
+    const char* end = text.data() + text.size();
+    auto result = std::from_chars(text.data(), end, value);
+    if (result.ec != std::errc() || result.ptr != end || !std::isfinite(value)) return false;
+    if (tavroFloatText(value) != text) return false;
+    *out = value;
+    return true;
+}
+
+// The message text of a typed object, as the host writes it: "{a=1, b=x}".
+std::string objectText(const Json& object) {
+    std::string text = "{";
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        const Json& v = it.value();
+        text += (text.size() > 1 ? ", " : "") + it.key() + "=" +
+                (v.is_object()         ? objectText(v)
+                 : v.is_string()       ? v.get<std::string>()
+                 : v.is_number_float() ? tavroFloatText(v.get<double>())
+                                       : v.dump());
+    }
+    return text + "}";
+}
+
+bool messageObject(const std::string& text, Json* out) {
+    if (text.size() < 2 || text.front() != '{' || text.back() != '}') return false;
+    Json object = Json::object();
+    size_t start = 1;
+    int depth = 0;
+    for (size_t i = 1; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool end = i + 1 == text.size();
+        if (c == '{') ++depth;
+        if (c == '}' && !end) --depth;
+        if (!end && !(depth == 0 && c == ',' && i + 1 < text.size() && text[i + 1] == ' '))
+            continue;
+        if (end && i == 1) break;  // "{}"
+        const std::string piece = text.substr(start, i - start);
+        const size_t eq = piece.find('=');
+        if (eq == std::string::npos || eq == 0) return false;
+        object.get_ref<Json::object_t&>().emplace_back(piece.substr(0, eq),
+                                                       tavroTypedArgument(piece.substr(eq + 1)));
+        start = i + 2;
+    }
+    // Only a reading that gives the text back: a value holding ", " stays text.
+    if (objectText(object) != text) return false;
+    *out = std::move(object);
+    return true;
 }
 
 }  // namespace
+
+Json tavroTypedArgument(const std::string& text) {
+    Json value;
+    if (!text.empty() && (numberText(text, &value) || messageObject(text, &value))) return value;
+    return text;
+}
+
+// ---- Identity -------------------------------------------------------------------------------
+
+std::string TavroSimIdentity::nameOf(uint64_t address) {
+    auto it = mNames.find(address);
+    if (it != mNames.end()) return it->second;
+    const std::string name = "object#" + std::to_string(++mObjects);
+    mNames.emplace(address, name);
+    return name;
+}
+
+std::string TavroSimIdentity::shownText(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    const size_t n = text.size();
+    auto isWordChar = [&](size_t i) {
+        return i < n &&
+               (isalnum(static_cast<unsigned char>(text[i])) || text[i] == '.' || text[i] == '_');
+    };
+    size_t i = 0;
+    while (i < n) {
+        // 0x followed by more than eight hex digits: an address.
+        if (text[i] == '0' && i + 1 < n && (text[i + 1] == 'x' || text[i + 1] == 'X')) {
+            size_t end = i + 2;
+            while (end < n && isxdigit(static_cast<unsigned char>(text[end]))) ++end;
+            uint64_t value = 0;
+            if (end - i - 2 > 8 && !isWordChar(end) &&
+                std::from_chars(text.data() + i + 2, text.data() + end, value, 16).ec ==
+                        std::errc()) {
+                out += nameOf(value);
+                i = end;
+                continue;
+            }
+        }
+        // A decimal number standing alone: the real pid or tid, or an address already named.
+        if (isdigit(static_cast<unsigned char>(text[i])) && (i == 0 || !isWordChar(i - 1))) {
+            size_t end = i;
+            while (end < n && isdigit(static_cast<unsigned char>(text[end]))) ++end;
+            uint64_t value = 0;
+            if (!isWordChar(end) &&
+                std::from_chars(text.data() + i, text.data() + end, value).ec == std::errc()) {
+                const auto named = mNames.find(value);
+                if (value == static_cast<uint64_t>(realPid) ||
+                    value == static_cast<uint64_t>(realTid)) {
+                    out += std::to_string(aliasPid);
+                } else if (named != mNames.end()) {
+                    out += named->second;
+                } else {
+                    out.append(text, i, end - i);
+                }
+                i = end;
+                continue;
+            }
+            out.append(text, i, end - i);
+            i = end;
+            continue;
+        }
+        out.push_back(text[i++]);
+    }
+    return out;
+}
+
+// ---- Taps -----------------------------------------------------------------------------------
 
 int64_t TavroTraceTaps::nowUs() const {
     return (host::HostClock::now() - mStartNs) / 1000;
 }
 
-void TavroTraceTaps::add(const char* kind, std::string text, Json fields) {
+void TavroTraceTaps::add(const char* kind, Json fields) {
     TavroTraceEntry entry;
     entry.kind = kind;
     entry.timeUs = nowUs();
-    entry.text = std::move(text);
     entry.fields = std::move(fields);
-    mTrace->add(std::move(entry));
+    mSink->take(std::move(entry));
 }
 
 void TavroTraceTaps::onMessage(uint32_t what) {
@@ -225,19 +347,19 @@ void TavroTraceTaps::onMessage(uint32_t what) {
         Json fields;
         fields["name"] = t.name;
         fields["what"] = t.meaning;
-        add("timer", std::string(t.name) + " (" + t.meaning + ")", fields);
+        add("timer", std::move(fields));
     }
 }
 
-void TavroTraceTaps::onLog(const host::LogRecord& r) {
+void TavroTraceTaps::addLog(const host::LogRecord& r) {
     static const char kLetters[] = "??VDIWEFS";
     const char letter =
             r.priority >= 0 && r.priority <= ANDROID_LOG_SILENT ? kLetters[r.priority] : '?';
     Json fields;
     fields["priority"] = std::string(1, letter);
     fields["tag"] = r.tag;
-    fields["message"] = r.message;
-    add("log", std::string(1, letter) + "/" + r.tag + ": " + r.message, fields);
+    fields["message"] = mIdentity->shownText(r.message);
+    add("log", std::move(fields));
 }
 
 std::string TavroTraceTaps::shownFeedbackId(const std::string& id) const {
@@ -250,56 +372,62 @@ void TavroTraceTaps::onHostEvent(const host::HostEvent& e) {
     if (e.kind == "boost") return addBoost(e);
     if (e.kind == "task_boost") return addTaskBoost(e);
     if (e.kind == "unboost") {
-        const std::string flags = e.field("flags");
-        const uint32_t value = static_cast<uint32_t>(strtoul(flags.c_str(), nullptr, 16));
+        const uint32_t value =
+                static_cast<uint32_t>(strtoul(e.field("flags").c_str(), nullptr, 16));
         const char* what = value == kBoostReleaseAll       ? "all"
                            : value == kBoostReleaseCluster ? "cluster part"
                                                            : "?";
         Json fields;
-        fields["flags"] = flags;
+        fields["flags"] = value;
         fields["releases"] = what;
-        add("unboost", "flags=" + flags + " (" + what + ")", fields);
+        add("unboost", std::move(fields));
         return;
     }
     if (e.kind == "codec") {
         // What the platform codec receives outside a scenario step: the restored rate.
         if (e.name == "signalSetParameters" && !mInSetParameters) {
-            addGeneric("platform", e, {"value"});
+            addCall("platform", e, {"value"});
         }
         return;
     }
     if (e.kind == "callback" && e.name == "onOutputFramesRendered") return;
     if (e.kind == "callback" || e.kind == "analysis" || e.kind == "feedback" || e.kind == "stat" ||
         e.kind == "pelto") {
-        addGeneric(e.kind.c_str(), e, {});
+        addCall(e.kind.c_str(), e, {});
     }
 }
 
-void TavroTraceTaps::addGeneric(const char* kind, const host::HostEvent& e,
-                                std::initializer_list<const char*> skip) {
-    // Whole messages (an output format handed over per frame) would drown the line: the text
-    // shows the first few arguments, the JSON all of them.
-    constexpr size_t kMaxTextArgs = 5;
+void TavroTraceTaps::addCall(const char* kind, const host::HostEvent& e,
+                             std::initializer_list<const char*> skip) {
+    auto last = mLastCalls.find(e.name);
+    if (last != mLastCalls.end() && last->second.kind == kind && last->second.raw == e.fields) {
+        last->second.entry.timeUs = nowUs();
+        mSink->add(last->second.entry);
+        return;
+    }
     Json fields;
     fields["name"] = e.name;
     Json args = Json::object();
-    std::string text = e.name;
-    size_t shown = 0;
     for (const auto& [key, raw] : e.fields) {
         bool skipped = false;
         for (const char* s : skip) skipped = skipped || key == s;
         if (skipped) continue;
-        std::string value = raw;
-        if (e.kind == "feedback" && key == "id") value = shownFeedbackId(value);
-        if (e.kind == "stat" && key == "uid") {
-            value = std::to_string(mIdentity.shownUid(strtoll(value.c_str(), nullptr, 10)));
+        if (e.kind == "feedback" && key == "id") {
+            args[key] = shownFeedbackId(raw);  // a record's name, whatever it looks like
+        } else if (e.kind == "stat" && key == "uid") {
+            args[key] = mIdentity->shownUid(strtoll(raw.c_str(), nullptr, 10));
+        } else {
+            args[key] = tavroTypedArgument(raw);
         }
-        args[key] = value;
-        if (++shown <= kMaxTextArgs) text += " " + key + "=" + shortValue(value);
     }
-    if (shown > kMaxTextArgs) text += " ... (" + std::to_string(shown) + " in all)";
-    fields["args"] = args;
-    add(kind, text, fields);
+    fields["args"] = std::move(args);
+    LastCall& call = mLastCalls[e.name];
+    call.kind = kind;
+    call.raw = e.fields;
+    call.entry.kind = kind;
+    call.entry.timeUs = nowUs();
+    call.entry.fields = std::move(fields);
+    mSink->add(call.entry);
 }
 
 void TavroTraceTaps::addParams(const host::HostEvent& e) {
@@ -325,22 +453,18 @@ void TavroTraceTaps::addParams(const host::HostEvent& e) {
         fields["name"] = name;
         fields["index"] = tavroHex32(index);
         fields["size"] = atoi(r.size.c_str());
-        std::string valueText = "(none)";
         if (!r.value.empty()) {
             const uint32_t bits = static_cast<uint32_t>(strtoul(r.value.c_str(), nullptr, 10));
             if (isFloat) {
                 float f;
                 memcpy(&f, &bits, sizeof(f));
                 fields["value"] = floatJson(f);
-                valueText = tavroFloatText(f);
             } else {
                 fields["value"] = bits;
-                valueText = std::to_string(bits);
             }
         }
         fields["status"] = atoi(status.c_str());
-        add("param", name + " (" + tavroHex32(index) + ") = " + valueText + ", status " + status,
-            fields);
+        add("param", std::move(fields));
     }
 }
 
@@ -352,53 +476,33 @@ void TavroTraceTaps::addBoost(const host::HostEvent& e) {
     Json fields;
     if (p.readFromParcel(&parcel) != OK) {
         fields["parcel"] = e.field("parcel");
-        add("boost", "undecodable parcel " + e.field("parcel"), fields);
+        add("boost", std::move(fields));
         return;
     }
-    std::string text = "sched=" + std::to_string(p.sched) +
-                       " vendorBoost=" + std::to_string(p.needVendorBoost ? 1 : 0) +
-                       " ddrFreq=" + std::to_string(p.ddrFreq);
-    fields["needVendorBoost"] = p.needVendorBoost;
     fields["sched"] = p.sched;
+    fields["needVendorBoost"] = p.needVendorBoost;
     fields["ddrFreq"] = p.ddrFreq;
     Json threads = Json::array();
-    std::string threadText;
     for (size_t i = 0; i + 3 <= p.threads.size(); i += 3) {
-        const int64_t pid = mIdentity.shownId(p.threads[i]);
-        const int64_t tid = mIdentity.shownId(p.threads[i + 1]);
-        threads.push_back({{"pid", pid}, {"tid", tid}, {"sched", p.threads[i + 2]}});
-        threadText += std::string(threadText.empty() ? "" : " ") + std::to_string(pid) + "/" +
-                      std::to_string(tid) + ":" + std::to_string(p.threads[i + 2]);
+        threads.push_back({{"pid", mIdentity->shownId(p.threads[i])},
+                           {"tid", mIdentity->shownId(p.threads[i + 1])},
+                           {"sched", p.threads[i + 2]}});
     }
-    fields["threads"] = threads;
-    if (!threadText.empty()) text += " threads=[" + threadText + "]";
+    fields["threads"] = std::move(threads);
     Json cluster = Json::array();
-    std::string clusterText;
     for (size_t i = 0; i + 2 <= p.clusterParams.size(); i += 2) {
-        const std::string opcode = tavroHex32(static_cast<uint32_t>(p.clusterParams[i]));
-        cluster.push_back({{"opcode", opcode}, {"value", p.clusterParams[i + 1]}});
-        clusterText += std::string(clusterText.empty() ? "" : " ") + opcode + "=" +
-                       std::to_string(p.clusterParams[i + 1]);
+        cluster.push_back({{"opcode", tavroHex32(static_cast<uint32_t>(p.clusterParams[i]))},
+                           {"value", p.clusterParams[i + 1]}});
     }
-    fields["clusterParams"] = cluster;
-    if (!clusterText.empty()) text += " cluster=[" + clusterText + "]";
+    fields["clusterParams"] = std::move(cluster);
     Json uclamp = Json::array();
-    std::string uclampText;
     for (size_t i = 0; i + 2 <= p.uclampThreads.size(); i += 2) {
-        const int64_t tid = mIdentity.shownId(p.uclampThreads[i]);
-        uclamp.push_back({{"tid", tid}, {"minUclamp", p.uclampThreads[i + 1]}});
-        uclampText += std::string(uclampText.empty() ? "" : " ") + std::to_string(tid) + ":" +
-                      std::to_string(p.uclampThreads[i + 1]);
+        uclamp.push_back({{"tid", mIdentity->shownId(p.uclampThreads[i])},
+                          {"minUclamp", p.uclampThreads[i + 1]}});
     }
-    fields["uclampThreads"] = uclamp;
-    if (!uclampText.empty()) text += " uclamp=[" + uclampText + "]";
+    fields["uclampThreads"] = std::move(uclamp);
     fields["swThreads"] = p.swThreads;
-    if (!p.swThreads.empty()) {
-        std::string names;
-        for (const std::string& n : p.swThreads) names += (names.empty() ? "" : " ") + n;
-        text += " swThreads=[" + names + "]";
-    }
-    add("boost", text, fields);
+    add("boost", std::move(fields));
 }
 
 void TavroTraceTaps::addTaskBoost(const host::HostEvent& e) {
@@ -409,33 +513,26 @@ void TavroTraceTaps::addTaskBoost(const host::HostEvent& e) {
     Json fields;
     if (task.readFromParcel(&parcel) != OK) {
         fields["parcel"] = e.field("parcel");
-        add("task_boost", "undecodable parcel " + e.field("parcel"), fields);
+        add("task_boost", std::move(fields));
         return;
     }
-    const int64_t pid = mIdentity.shownId(task.pid);
-    fields["pid"] = pid;
+    fields["pid"] = mIdentity->shownId(task.pid);
     fields["sched"] = task.sched;
     fields["threadNames"] = task.threadNames;
-    std::string names;
-    for (const std::string& n : task.threadNames) names += (names.empty() ? "" : " ") + n;
-    add("task_boost",
-        "pid=" + std::to_string(pid) + " sched=" + std::to_string(task.sched) + " threads=[" +
-                names + "]",
-        fields);
+    add("task_boost", std::move(fields));
 }
 
 // The keys the pipeline added, changed or removed between `given` and `received`.
 void TavroTraceTaps::addFormatDiff(const char* stage, const sp<AMessage>& given,
                                    const sp<AMessage>& received) {
     bool changed = false;
-    auto entry = [&](const char* change, const std::string& key, const std::string& text,
-                     Json fields) {
+    auto entry = [&](const char* change, const std::string& key, Json fields) {
         Json all;
         all["stage"] = stage;
         all["change"] = change;
         all["key"] = key;
         for (auto it = fields.begin(); it != fields.end(); ++it) all[it.key()] = it.value();
-        add("format", text, all);
+        add("format", std::move(all));
         changed = true;
     };
     for (size_t i = 0; i < received->countEntries(); ++i) {
@@ -444,15 +541,12 @@ void TavroTraceTaps::addFormatDiff(const char* stage, const sp<AMessage>& given,
         const MessageValue now = messageValue(received, i);
         const ssize_t old = given->findEntryByName(key.c_str());
         if (old < 0) {
-            entry("added", key, "+ " + key + " (" + now.type + ") = " + now.text,
-                  {{"type", now.type}, {"value", now.json}});
+            entry("added", key, {{"type", now.type}, {"value", now.json}});
             continue;
         }
         const MessageValue before = messageValue(given, static_cast<size_t>(old));
         if (before.type == now.type && before.text == now.text) continue;
-        const std::string types =
-                before.type == now.type ? now.type : before.type + " -> " + now.type;
-        entry("changed", key, "~ " + key + " (" + types + ") " + before.text + " -> " + now.text,
+        entry("changed", key,
               {{"old_type", before.type},
                {"old_value", before.json},
                {"type", now.type},
@@ -463,14 +557,13 @@ void TavroTraceTaps::addFormatDiff(const char* stage, const sp<AMessage>& given,
         const std::string key = given->getEntryNameAt(i, &type);
         if (received->findEntryByName(key.c_str()) >= 0) continue;
         const MessageValue before = messageValue(given, i);
-        entry("removed", key, "- " + key + " (" + before.type + ") = " + before.text,
-              {{"type", before.type}, {"value", before.json}});
+        entry("removed", key, {{"type", before.type}, {"value", before.json}});
     }
     if (!changed) {
         Json fields;
         fields["stage"] = stage;
         fields["change"] = "none";
-        add("format", std::string(stage) + ": passed to the platform unchanged", fields);
+        add("format", std::move(fields));
     }
 }
 

@@ -71,6 +71,9 @@ void CCodec::record(const char* name, const sp<AMessage>& msg, int64_t value) {
     for (auto& field : host::messageFields(call.msg)) event.fields.push_back(std::move(field));
     {
         std::lock_guard<std::mutex> guard(mCallLock);
+        auto& byName = mCallsByName[call.name];
+        ++byName.first;
+        byName.second = mCalls.size();
         mCalls.push_back(std::move(call));
     }
     host::HostEvents::record(std::move(event));
@@ -234,6 +237,14 @@ void CCodec::onMessageReceived(const sp<AMessage>& msg) {
 std::vector<CCodec::Call> CCodec::callsForTesting() const {
     std::lock_guard<std::mutex> guard(mCallLock);
     return mCalls;
+}
+
+size_t CCodec::callCountForTesting(const std::string& name, Call* last) const {
+    std::lock_guard<std::mutex> guard(mCallLock);
+    auto it = mCallsByName.find(name);
+    if (it == mCallsByName.end()) return 0;
+    if (last != nullptr) *last = mCalls[it->second.second];
+    return it->second.first;
 }
 
 std::vector<std::string> CCodec::callNamesForTesting() const {

@@ -10,7 +10,9 @@
 #include <cstring>
 #include <fstream>
 #include <mutex>
+#include <set>
 #include <sstream>
+#include <string_view>
 
 namespace android {
 namespace host {
@@ -19,6 +21,7 @@ namespace {
 struct PropertyState {
     std::mutex lock;
     std::map<std::string, std::string> values;
+    std::set<std::string, std::less<>> read;  // keys asked for since clear()
     std::atomic<uint32_t> serial{1};
 };
 
@@ -39,6 +42,7 @@ std::string trim(const std::string& text) {
 void HostProperties::clear() {
     std::lock_guard<std::mutex> guard(state().lock);
     state().values.clear();
+    state().read.clear();
     state().serial.fetch_add(1, std::memory_order_release);
 }
 
@@ -57,6 +61,11 @@ void HostProperties::erase(const std::string& key) {
 std::map<std::string, std::string> HostProperties::snapshot() {
     std::lock_guard<std::mutex> guard(state().lock);
     return state().values;
+}
+
+std::vector<std::string> HostProperties::readKeys() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    return std::vector<std::string>(state().read.begin(), state().read.end());
 }
 
 bool HostProperties::loadText(const std::string& text, const std::string& origin,
@@ -103,6 +112,7 @@ extern "C" int __system_property_get(const char* name, char* value) {
     if (name == nullptr) return 0;
     android::host::PropertyState& s = android::host::state();
     std::lock_guard<std::mutex> guard(s.lock);
+    if (s.read.find(std::string_view(name)) == s.read.end()) s.read.emplace(name);
     auto it = s.values.find(name);
     if (it == s.values.end()) return 0;
     const size_t n = std::min(it->second.size(), static_cast<size_t>(PROP_VALUE_MAX - 1));

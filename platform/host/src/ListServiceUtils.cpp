@@ -6,7 +6,10 @@
 #include <atomic>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
+#include <tuple>
+#include <vector>
 
 namespace android {
 namespace host {
@@ -20,6 +23,8 @@ struct ListState {
     std::map<int32_t, std::string> topActivity;  // -1: any process
     HostListService::Fault fault = HostListService::Fault::kNone;
     std::atomic<uint64_t> queries{0};
+    std::set<std::tuple<std::string, HostListService::Key, std::string>> asked;
+    std::vector<HostListService::Ask> asks;  // distinct, in first-asked order
 };
 
 ListState& state() {
@@ -35,6 +40,15 @@ bool lookup(const Table& table, const char* list, const std::string& key, std::s
     if (v == l->second.end()) return false;
     if (value != nullptr) *value = v->second;
     return true;
+}
+
+void noteAsk(const char* list, HostListService::Key key, const std::string& id) {
+    ListState& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    auto entry = std::make_tuple(std::string(list != nullptr ? list : ""), key, id);
+    if (s.asked.insert(entry).second) {
+        s.asks.push_back({std::get<0>(entry), key, id});
+    }
 }
 
 std::string activityOf(const ListState& s, int32_t pid) {
@@ -92,6 +106,8 @@ void HostListService::clear() {
     s.byActivity.clear();
     s.topActivity.clear();
     s.fault = Fault::kNone;
+    s.asked.clear();
+    s.asks.clear();
 }
 
 void HostListService::setByUid(const std::string& list, int64_t uid, const std::string& value) {
@@ -135,6 +151,11 @@ uint64_t HostListService::queryCount() {
     return state().queries.load(std::memory_order_relaxed);
 }
 
+std::vector<HostListService::Ask> HostListService::asks() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    return state().asks;
+}
+
 }  // namespace host
 
 std::mutex ListServiceUtils::sLock;
@@ -147,25 +168,30 @@ ListServiceUtils* ListServiceUtils::getInstance() {
 }
 
 bool ListServiceUtils::checkInListByUid(const char* listName, int64_t uid, int32_t) {
+    host::noteAsk(listName, host::HostListService::Key::kUid, std::to_string(uid));
     return host::member(host::state().byUid, listName, std::to_string(uid));
 }
 
 bool ListServiceUtils::checkInListByPid(const char* listName, int64_t pid, int32_t) {
+    host::noteAsk(listName, host::HostListService::Key::kPid, std::to_string(pid));
     return host::member(host::state().byPid, listName, std::to_string(pid));
 }
 
 bool ListServiceUtils::getListValueByUid(const char* listName, int64_t uid, char* value,
                                          size_t size) {
+    host::noteAsk(listName, host::HostListService::Key::kUid, std::to_string(uid));
     return host::answer(host::state().byUid, listName, std::to_string(uid), value, size);
 }
 
 bool ListServiceUtils::getListValueByPid(const char* listName, int64_t pid, char* value,
                                          size_t size) {
+    host::noteAsk(listName, host::HostListService::Key::kPid, std::to_string(pid));
     return host::answer(host::state().byPid, listName, std::to_string(pid), value, size);
 }
 
 bool ListServiceUtils::getListValueByName(const char* listName, const char* name, char* value,
                                           size_t size) {
+    host::noteAsk(listName, host::HostListService::Key::kName, name ? name : "");
     return host::answer(host::state().byName, listName, name ? name : "", value, size);
 }
 
@@ -176,6 +202,7 @@ bool ListServiceUtils::getListValueByTopActivity(const char* listName, int32_t p
         std::lock_guard<std::mutex> guard(host::state().lock);
         activity = host::activityOf(host::state(), pid);
     }
+    host::noteAsk(listName, host::HostListService::Key::kActivity, activity);
     if (activity.empty()) {
         host::state().queries.fetch_add(1, std::memory_order_relaxed);
         return false;

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 namespace android {
 namespace host {
@@ -18,7 +19,7 @@ class HostListService {
         kUnterminated,  // value queries fill the whole buffer with the value, no NUL
     };
 
-    static void clear();  // empties every list, forgets top activities, fault kNone
+    static void clear();  // empties every list, forgets top activities and asks, fault kNone
 
     // A key with a value is also a member; membership alone is a value of "".
     static void setByUid(const std::string& list, int64_t uid, const std::string& value = "");
@@ -36,6 +37,18 @@ class HostListService {
 
     // Number of queries answered so far (for tests that count lookups).
     static uint64_t queryCount();
+
+    // One question the library asked: a list by uid, pid, name or activity. A top-activity
+    // query is recorded with the activity it resolved to ("" when the process had none).
+    enum class Key { kUid, kPid, kName, kActivity };
+    struct Ask {
+        std::string list;
+        Key key = Key::kUid;
+        std::string id;  // decimal uid or pid, the name, or the activity
+    };
+    // Every distinct question since clear(), in the order first asked (tavro-sim reports the
+    // entries a scenario gave that nobody asked for).
+    static std::vector<Ask> asks();
 };
 
 }  // namespace host

@@ -34,7 +34,8 @@ class HostLog {
     static size_t count(const std::string& needle, const std::string& tag = "");
     static void clear();
 
-    // Called for every record, outside the sink's lock; pass an empty function to remove.
+    // Called for every record, outside the sink's lock, a fatal one too (before the process
+    // stops); pass an empty function to remove.
     static void setListener(std::function<void(const LogRecord&)> listener);
 
     // The brief form of one record, without the trailing newline.

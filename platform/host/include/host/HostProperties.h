@@ -4,18 +4,23 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace android {
 namespace host {
 
 class HostProperties {
   public:
-    // Empties the store (the change serial still moves, so cached readers re-read).
+    // Empties the store and forgets which keys were read (the change serial still moves, so
+    // cached readers re-read).
     static void clear();
     // Sets without the length limit of property_set (ro.* values may be long on a device too).
     static void set(const std::string& key, const std::string& value);
     static void erase(const std::string& key);
     static std::map<std::string, std::string> snapshot();
+    // Every key a property_get* call asked for since clear(), set or not, sorted (tavro-sim
+    // reports the properties a scenario set that nobody read).
+    static std::vector<std::string> readKeys();
 
     // Loads "key=value" lines: blank lines and lines starting with '#' are skipped, blanks around
     // key and value are trimmed, a later line wins. A line without '=' or with an empty key is

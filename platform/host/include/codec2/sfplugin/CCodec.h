@@ -8,6 +8,7 @@
 #include <stdint.h>
 
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -55,6 +56,9 @@ class CCodec : public CodecBase {
     };
     std::vector<Call> callsForTesting() const;
     std::vector<std::string> callNamesForTesting() const;
+    // How many calls named `name` were made, and the last one; without copying the record,
+    // which grows with every finished work (tavro-sim asks after each configure).
+    size_t callCountForTesting(const std::string& name, Call* last) const;
     int stateForTesting();
     void setStateForTesting(int state);
     void setSurfaceStatusForTesting(status_t status) { mSurfaceStatus = status; }
@@ -108,6 +112,8 @@ class CCodec : public CodecBase {
 
     mutable std::mutex mCallLock;
     std::vector<Call> mCalls;
+    // name -> (calls so far, index of the last in mCalls); under mCallLock
+    std::map<std::string, std::pair<size_t, size_t>> mCallsByName;
     sp<AMessage> mOutputFormat;
     status_t mSurfaceStatus = OK;
 };
