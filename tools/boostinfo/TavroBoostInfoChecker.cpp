@@ -429,7 +429,7 @@ TavroBoostInfoCheck checkTavroBoostInfo(const std::string& text) {
     TavroBoostInfoCheck check;
     check.text = text;
     auto record = std::make_shared<MediaBoostInfo>();
-    check.accepted = TavroWhiteListCacheMgr::parseBoostInfo(text, record);
+    check.accepted = parseBoostInfo(text, record);
     check.record = *record;
     check.record.boostStrInfo = text;
     Checker(&check).run();
@@ -580,7 +580,7 @@ TavroConditionVerdict evaluateTavroBoostConditions(const TavroBoostInfoCheck& ch
     };
     auto text = [&](const char* name, const std::string& config, const std::string& actual,
                     const char* whose) {
-        const bool pass = TavroWhiteListCacheMgr::cmpStrConfigParam(config, actual);
+        const bool pass = cmpStrConfigParam(config, actual);
         std::string detail;
         if (config.empty()) {
             detail = "any (not set)";
@@ -645,12 +645,11 @@ TavroConditionVerdict evaluateTavroBoostConditions(const TavroBoostInfoCheck& ch
     }
 
     // The verdict is the library's; the steps above explain it.
-    bool platform = TavroWhiteListCacheMgr::cmpStrConfigParam(c.soc, device.soc) &&
-                    TavroWhiteListCacheMgr::cmpStrConfigParam(c.vendor, device.vendor) &&
-                    TavroWhiteListCacheMgr::cmpStrConfigParam(c.project, device.project);
-    v.applies = check.accepted && !check.text.empty() && platform &&
-                TavroWhiteListCacheMgr::checkAVCommonInfo(media, c) &&
-                TavroWhiteListCacheMgr::checkAVInfo(media, c);
+    bool platform = cmpStrConfigParam(c.soc, device.soc) &&
+                    cmpStrConfigParam(c.vendor, device.vendor) &&
+                    cmpStrConfigParam(c.project, device.project);
+    v.applies = check.accepted && !check.text.empty() && platform && checkAVCommonInfo(media, c) &&
+                checkAVInfo(media, c);
     if (!v.applies && v.firstFailure.empty()) {
         v.firstFailure = check.text.empty() ? "empty string" : "rejected string";
     }
