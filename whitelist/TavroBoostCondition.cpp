@@ -52,6 +52,7 @@ bool equal(TavroMatchExplain* explain, const char* name, int32_t config, int32_t
     step.pass = config == any || config == actual;
     step.configValue = config;
     step.actualValue = actual;
+    step.anyValue = any;
     if (!step.pass) TAVRO_LOGV(kMatchLogLevel, log, actual, config);
     return report(explain, step);
 }

@@ -46,6 +46,7 @@ struct TavroMatchStep {
     std::string_view actual;  // kText
     int64_t configValue = 0;  // other kinds; an area may not fit 32 bits
     int64_t actualValue = 0;
+    int64_t anyValue = 0;  // kEqual: the configured value that accepts any media value
     // "area" only: a product beyond 32 bits, which stops the process unless explained (below).
     bool fatal = false;
 };
