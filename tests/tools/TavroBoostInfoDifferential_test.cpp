@@ -31,14 +31,10 @@ constexpr int32_t kClientPid = 4242;
 constexpr char kClientName[] = "com.client.app";
 constexpr char kActivity[] = "com.example.player/.Main";
 
+// CTest names the source tree; run by hand, the test expects to start inside it.
 std::string sourceDir() {
     const char* env = getenv("TAVRO_SOURCE_DIR");
-    if (env != nullptr && env[0] != '\0') return env;
-    std::filesystem::path dir = std::filesystem::current_path();
-    while (dir != dir.parent_path() && !std::filesystem::exists(dir / "fuzz" / "corpus")) {
-        dir = dir.parent_path();
-    }
-    return dir.string();
+    return env != nullptr && env[0] != '\0' ? env : ".";
 }
 
 std::string readFile(const std::filesystem::path& path) {
@@ -79,80 +75,72 @@ std::vector<std::string> scenarioStrings() {
     return out;
 }
 
-// Rules a writer might produce, good and bad, from a fixed seed.
+// Rules a writer might produce, good and bad, from a fixed seed: "key=value|value|...".
 std::vector<std::string> generatedStrings(size_t count) {
+    const char* const kItems[] = {"cpu=QXSM8550|QXSM8475+QXSM8550|MT6989|SM85| QXSM8550",
+                                  "vendor=qcom|mtk|qcom+mtk",
+                                  "prj=22001|P1|22001+P1",
+                                  "mime=video/avc|video/hevc|audio/mp4a-latm|video|avc+hevc",
+                                  "comp=c2.qti.avc.decoder|c2.qti|c2.android.aac.decoder|encoder",
+                                  "limitWidth=0|1280|1920|3840|-5|720p",
+                                  "limitHeight=0|720|1080|2160|-5",
+                                  "bitrate=0|1000000|9000000|30000000|-1|99999999999",
+                                  "sampleRate=0|44100|48000|96000",
+                                  "sampleBits=16|24",
+                                  "channelCount=1|2|6",
+                                  "codecId=0|3|7",
+                                  "isVideo=-1|0|1|1|2|x",
+                                  "isEncoder=-1|0|1|3",
+                                  "sched=1|3|fast",
+                                  "schedVideo=2|4| 5|7x|high",
+                                  "schedAudio=1|3|-1|x1",
+                                  "vendorBoost=0|1|yes",
+                                  "threadName=render|a+b|a++b",
+                                  "ddrFreq=0|1555000",
+                                  "appThreads=RenderThread+GLThread",
+                                  "swThreads=aac+mp3|x",
+                                  "limitOpRate=0|30|60|-2",
+                                  "minUclamp=0|512|2000",
+                                  "pelt=8",
+                                  "countFps=0|1",
+                                  "preferIdle=0|1",
+                                  "screenOff=1",
+                                  "uclampTids=0|0+1+2|5|1++x",
+                                  "cluster0Min=1804800|0|-5",
+                                  "cluster3Min=1200000",
+                                  "cluster7Min=2419200",
+                                  "cluster8Min=5",
+                                  "freqUpRate=80|80+90",
+                                  "freqDownRate=60",
+                                  "Schedvideo=3",
+                                  "u=1"};
+    const char* const kSeparators[] = {",,", ", ", ";", "|", " ", "\n"};
     std::mt19937 rng(20240607);
-    auto pick = [&rng](const std::vector<std::string>& from) {
-        return from[std::uniform_int_distribution<size_t>(0, from.size() - 1)(rng)];
-    };
-    auto chance = [&rng](int percent) {
-        return std::uniform_int_distribution<int>(0, 99)(rng) < percent;
-    };
-    const std::vector<std::pair<std::string, std::vector<std::string>>> kItems = {
-            {"cpu", {"QXSM8550", "QXSM8475+QXSM8550", "MT6989", "SM85", " QXSM8550"}},
-            {"vendor", {"qcom", "mtk", "qcom+mtk"}},
-            {"prj", {"22001", "P1", "22001+P1"}},
-            {"mime",
-             {"video/avc", "video/hevc", "audio/mp4a-latm", "video/avc+video/hevc", "video"}},
-            {"comp", {"c2.qti.avc.decoder", "c2.qti", "c2.android.aac.decoder", "encoder"}},
-            {"limitWidth", {"0", "1280", "1920", "3840", "-5", "720p"}},
-            {"limitHeight", {"0", "720", "1080", "2160", "-5"}},
-            {"bitrate", {"0", "1000000", "9000000", "30000000", "-1", "99999999999"}},
-            {"sampleRate", {"0", "44100", "48000", "96000"}},
-            {"sampleBits", {"16", "24"}},
-            {"channelCount", {"1", "2", "6"}},
-            {"codecId", {"0", "3", "7"}},
-            {"isVideo", {"-1", "0", "1", "1", "2", "x"}},
-            {"isEncoder", {"-1", "0", "1", "3"}},
-            {"sched", {"1", "3", "fast"}},
-            {"schedVideo", {"2", "4", " 5", "7x", "high"}},
-            {"schedAudio", {"1", "3", "-1", "x1"}},
-            {"vendorBoost", {"0", "1", "yes"}},
-            {"threadName", {"render", "NuPlayerRender+generic", "a++b"}},
-            {"ddrFreq", {"0", "1555000"}},
-            {"appThreads", {"RenderThread+GLThread"}},
-            {"swThreads", {"aac+mp3", "x"}},
-            {"limitOpRate", {"0", "30", "60", "-2"}},
-            {"minUclamp", {"0", "512", "2000"}},
-            {"pelt", {"8"}},
-            {"countFps", {"0", "1"}},
-            {"preferIdle", {"0", "1"}},
-            {"screenOff", {"1"}},
-            {"uclampTids", {"0", "0+1+2", "5", "1++x"}},
-            {"cluster0Min", {"1804800", "0", "-5"}},
-            {"cluster3Min", {"1200000"}},
-            {"cluster7Min", {"2419200"}},
-            {"cluster8Min", {"5"}},
-            {"freqUpRate", {"80", "80+90"}},
-            {"freqDownRate", {"60"}},
-            {"Schedvideo", {"3"}},
-            {"unknown", {"1"}},
-    };
-    const std::vector<std::string> kSeparators = {",",  ",", ",", ",", ",", ",,",
-                                                  ", ", ";", "|", " ", "\n"};
+    auto below = [&rng](size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); };
     std::vector<std::string> out;
     for (size_t n = 0; n < count; ++n) {
         // Mostly short rules; every fourth long enough to be cut by one transport or both.
-        const size_t items = n % 4 == 3 ? std::uniform_int_distribution<size_t>(12, 30)(rng)
-                                        : std::uniform_int_distribution<size_t>(1, 8)(rng);
+        const size_t items = n % 4 == 3 ? 12 + below(20) : 1 + below(8);
         std::string text;
-        std::vector<std::string> used;
+        std::vector<const char*> used;
         for (size_t i = 0; i < items; ++i) {
-            if (i > 0) text += chance(85) ? "," : pick(kSeparators);
-            const auto& item =
-                    kItems[std::uniform_int_distribution<size_t>(0, kItems.size() - 1)(rng)];
-            // Repeat an earlier key now and then, with a new value.
-            const std::string key = !used.empty() && chance(10) ? pick(used) : item.first;
-            std::string value = pick(item.second);
-            for (const auto& other : kItems) {
-                if (other.first == key) value = pick(other.second);
+            if (i > 0) text += below(100) < 85 ? "," : kSeparators[below(6)];
+            // Now and then an earlier key again, with a value of its own.
+            const char* item = !used.empty() && below(10) == 0 ? used[below(used.size())]
+                                                               : kItems[below(std::size(kItems))];
+            used.push_back(item);
+            const std::string row(item);
+            const size_t eq = row.find('=');
+            std::vector<std::string> values;
+            for (size_t start = eq + 1, bar;; start = bar + 1) {
+                bar = row.find('|', start);
+                values.push_back(row.substr(start, bar - start));
+                if (bar == std::string::npos) break;
             }
-            used.push_back(key);
-            text += key + "=" + value;
+            text += row.substr(0, eq + 1) + values[below(values.size())];
         }
-        if (chance(3))
-            text.insert(std::uniform_int_distribution<size_t>(0, text.size())(rng), 1, '\0');
-        if (chance(3)) text += ",";
+        if (below(100) < 3) text.insert(below(text.size() + 1), 1, '\0');
+        if (below(100) < 3) text += ",";
         out.push_back(text);
     }
     return out;

@@ -181,8 +181,11 @@ int tavroBoostInfoMain(int argc, const char* const* argv, std::istream& in, std:
     CLI::Option* fileOption = app.add_option(
             "-f,--file", file, "Checks every non-empty line of FILE as a rule; - reads stdin");
     app.add_option("--via", via,
-                   "How the rule reaches the library: list (a list-service answer, at most 255 "
-                   "bytes; the default) or property (a debug property, at most 91)")
+                   "How the rule reaches the library: list (a list-service answer, at most " +
+                           std::to_string(tavroTransportLimit(TavroBoostTransport::kList)) +
+                           " bytes; the default) or property (a debug property, at most " +
+                           std::to_string(tavroTransportLimit(TavroBoostTransport::kProperty)) +
+                           ")")
             ->check(CLI::IsMember({"list", "property"}));
     CLI::Option* media = app.add_option(
             "--media", mediaText,
