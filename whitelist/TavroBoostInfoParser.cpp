@@ -20,12 +20,15 @@ namespace {
 // Debug lines of the parser are written at level 7 and above.
 constexpr int32_t kParseLogLevel = kTavroLogDetail;
 
+constexpr bool sameText(const char* a, const char* b) {
+    if (a == nullptr || b == nullptr) return a == b;
+    while (*a != '\0' && *a == *b) ++a, ++b;
+    return *a == *b;
+}
+
 constexpr size_t indexOfKey(const char* name) {
     for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
-        const char* a = kTavroBoostKeys[i].name;
-        const char* b = name;
-        while (*a != '\0' && *a == *b) ++a, ++b;
-        if (*a == *b) return i;
+        if (sameText(kTavroBoostKeys[i].name, name)) return i;
     }
     return kTavroBoostKeyCount;
 }
@@ -36,6 +39,93 @@ constexpr size_t kIsVideoRow = indexOfKey(kBoostKeyIsVideo);
 static_assert(kIsVideoRow < kSchedRow && kSchedRow < indexOfKey(kBoostKeySchedVideo) &&
                       kSchedRow < indexOfKey(kBoostKeySchedAudio),
               "\"isVideo\" and \"sched\" must precede the scheduling values");
+
+// The key names with their lengths, so that a lookup compares lengths first.
+constexpr std::array<std::string_view, kTavroBoostKeyCount> kKeyNames = [] {
+    std::array<std::string_view, kTavroBoostKeyCount> names{};
+    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) names[i] = kTavroBoostKeys[i].name;
+    return names;
+}();
+
+// Rows that fill the same field as the row before them (the cluster keys, the two rates): the
+// field is reset and read once, at the first of them.
+constexpr std::array<bool, kTavroBoostKeyCount> kContinuesField = [] {
+    std::array<bool, kTavroBoostKeyCount> continues{};
+    for (size_t i = 1; i < kTavroBoostKeyCount; ++i) {
+        continues[i] = kTavroBoostKeys[i].field != nullptr &&
+                       sameText(kTavroBoostKeys[i].field, kTavroBoostKeys[i - 1].field);
+    }
+    return continues;
+}();
+
+// The rows the parser reads, by how it stores them, each list in table order. A row that
+// continues the field of the row before it is read with that row and not listed again.
+struct RowsByStore {
+    size_t text[kTavroBoostKeyCount], names[kTavroBoostKeyCount], numbers[kTavroBoostKeyCount],
+            flags[kTavroBoostKeyCount], strict[kTavroBoostKeyCount], lists[kTavroBoostKeyCount],
+            clusters[kTavroBoostKeyCount];
+    size_t counts[7] = {};
+};
+
+// A list of row numbers that a range-for can walk.
+struct Rows {
+    const size_t* first;
+    size_t count;
+    const size_t* begin() const { return first; }
+    const size_t* end() const { return first + count; }
+};
+
+constexpr RowsByStore kRowStore = [] {
+    RowsByStore r{};
+    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
+        const TavroBoostKey& key = kTavroBoostKeys[i];
+        if (key.kind == TavroBoostKeyKind::kStrictInt) {
+            r.strict[r.counts[4]++] = i;
+        } else if (key.kind == TavroBoostKeyKind::kClusterKey) {
+            r.clusters[r.counts[6]++] = i;
+        } else if (key.at.text != nullptr) {
+            r.text[r.counts[0]++] = i;
+        } else if (key.at.names != nullptr) {
+            r.names[r.counts[1]++] = i;
+        } else if (key.at.number != nullptr) {
+            r.numbers[r.counts[2]++] = i;
+        } else if (key.at.flag != nullptr) {
+            r.flags[r.counts[3]++] = i;
+        } else if (key.at.numbers != nullptr && !kContinuesField[i]) {
+            r.lists[r.counts[5]++] = i;
+        }
+    }
+    return r;
+}();
+
+const struct {
+    Rows text, names, numbers, flags, strict, lists, clusters;
+} kRowsOf = {{kRowStore.text, kRowStore.counts[0]},    {kRowStore.names, kRowStore.counts[1]},
+             {kRowStore.numbers, kRowStore.counts[2]}, {kRowStore.flags, kRowStore.counts[3]},
+             {kRowStore.strict, kRowStore.counts[4]},  {kRowStore.lists, kRowStore.counts[5]},
+             {kRowStore.clusters, kRowStore.counts[6]}};
+
+// The value of each key of one string. Only the presence mask is cleared per parse: the parser
+// runs at every lookup of a debug property.
+class KeyValues {
+  public:
+    void set(size_t row, std::string_view value) {
+        mData[row] = value.data();
+        mSize[row] = value.size();
+        mPresent |= uint64_t{1} << row;
+    }
+    bool has(size_t row) const { return (mPresent >> row) & 1; }
+    std::string_view get(size_t row) const {
+        return has(row) ? std::string_view(mData[row], mSize[row]) : std::string_view();
+    }
+
+  private:
+    static_assert(kTavroBoostKeyCount <= 64, "one presence bit per key");
+    uint64_t mPresent = 0;
+    // Left unset: a row is read only once its bit is set.
+    const char* mData[kTavroBoostKeyCount];
+    size_t mSize[kTavroBoostKeyCount];
+};
 
 // The "isVideo" value of a rule written for the other kind of track than `track`.
 constexpr int32_t otherTrackIsVideo(TavroBoostTrack track) {
@@ -88,17 +178,11 @@ void resetField(const TavroBoostKey& key, MediaBoostInfo& info) {
     if (at.clusters != nullptr) at.clusters(info)->clear();
 }
 
-// True when `key` reads into `list` too.
-bool sharesList(const TavroBoostKey& key, const std::vector<int32_t>* list,
-                MediaBoostInfo& record) {
-    return key.kind == TavroBoostKeyKind::kIntList && key.at.numbers(record) == list;
-}
-
 }  // namespace
 
 const TavroBoostKey* findTavroBoostKey(std::string_view key) {
-    for (const TavroBoostKey& k : kTavroBoostKeys) {
-        if (key == k.name) return &k;
+    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
+        if (kKeyNames[i].size() == key.size() && kKeyNames[i] == key) return &kTavroBoostKeys[i];
     }
     return nullptr;
 }
@@ -107,65 +191,54 @@ bool parseBoostInfo(const std::string& str, const std::shared_ptr<MediaBoostInfo
     TAVRO_LOGV(kParseLogLevel, kLogParseBoostInfo, str.c_str());
     if (str.empty() || info == nullptr) return true;
     MediaBoostInfo& record = *info;
+    record.uxInfo.tids.clear();  // resolved from the names later, never parsed
 
-    // The decision halves start over; every condition field is assigned below anyway.
-    for (const TavroBoostKey& key : kTavroBoostKeys) {
-        if (key.part != TavroBoostPart::kCondition) resetField(key, record);
-    }
-    record.uxInfo.tids.clear();
-
-    // One value per known key: a later item overwrites, unknown keys are dropped, an empty view
-    // is an absent key.
-    std::array<std::string_view, kTavroBoostKeyCount> v{};
+    // One value per known key: a later item overwrites, unknown keys are dropped.
+    KeyValues v;
     walkItems(str, [&v](std::string_view key, std::string_view value) {
         const TavroBoostKey* row = findTavroBoostKey(key);
-        if (row != nullptr) v[static_cast<size_t>(row - kTavroBoostKeys)] = value;
+        if (row != nullptr) v.set(static_cast<size_t>(row - kTavroBoostKeys), value);
     });
 
-    const int32_t sched = intOf(v[kSchedRow], kTavroBoostKeys[kSchedRow].absent);
-    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
+    // Every field is assigned, an absent key's with its default, so this also resets the
+    // decision halves. Kind by kind, each in table order: the integers before the scheduling
+    // values, which need "isVideo" and "sched".
+    for (size_t i : kRowsOf.text) kTavroBoostKeys[i].at.text(record)->assign(v.get(i));
+    for (size_t i : kRowsOf.names) {
+        std::vector<std::string>& names = *kTavroBoostKeys[i].at.names(record);
+        names.clear();
+        parseStrByDelim(std::string(v.get(i)), kBoostListDelim, names);
+    }
+    for (size_t i : kRowsOf.numbers) {
+        *kTavroBoostKeys[i].at.number(record) = intOf(v.get(i), kTavroBoostKeys[i].absent);
+    }
+    for (size_t i : kRowsOf.flags) *kTavroBoostKeys[i].at.flag(record) = intOf(v.get(i), 0) != 0;
+    const int32_t sched = intOf(v.get(kSchedRow), kTavroBoostKeys[kSchedRow].absent);
+    for (size_t i : kRowsOf.strict) {
         const TavroBoostKey& key = kTavroBoostKeys[i];
-        const TavroBoostField& at = key.at;
-        const std::string_view value = v[i];
-        switch (key.kind) {
-            case TavroBoostKeyKind::kText:
-            case TavroBoostKeyKind::kNameList:
-                if (at.text != nullptr) at.text(record)->assign(value);
-                if (at.names != nullptr) {
-                    parseStrByDelim(std::string(value), kBoostListDelim, *at.names(record));
-                }
-                break;
-            case TavroBoostKeyKind::kInt:
-                if (at.number != nullptr) *at.number(record) = intOf(value, key.absent);
-                break;
-            case TavroBoostKeyKind::kStrictInt: {
-                // "sched" stands in for a missing value, but a rule that says it is for the other
-                // kind of track does not hand it over.
-                const bool other = record.condition.isVideo == otherTrackIsVideo(key.track);
-                if (!schedOf(value, other ? key.absent : sched, at.number(record))) return false;
-                break;
-            }
-            case TavroBoostKeyKind::kBool:
-                *at.flag(record) = intOf(value, 0) != 0;
-                break;
-            case TavroBoostKeyKind::kIntList: {
-                // Keys that share one list are read as one text, joined with '+' in table order:
-                // the position of a value tells which key it came from.
-                std::vector<int32_t>* list = at.numbers(record);
-                if (i > 0 && sharesList(kTavroBoostKeys[i - 1], list, record)) break;
-                std::string joined(value);
-                for (size_t j = i + 1;
-                     j < kTavroBoostKeyCount && sharesList(kTavroBoostKeys[j], list, record); ++j) {
-                    joined.push_back(kBoostListDelim);
-                    joined.append(v[j]);
-                }
-                parseNumericString(joined, *list);
-                break;
-            }
-            case TavroBoostKeyKind::kClusterKey:
-                if (!value.empty()) (*at.clusters(record))[key.absent] = intOf(value, 0);
-                break;
+        // "sched" stands in for a missing value, but a rule that says it is for the other kind
+        // of track does not hand it over.
+        const bool other = record.condition.isVideo == otherTrackIsVideo(key.track);
+        if (!schedOf(v.get(i), other ? key.absent : sched, key.at.number(record))) {
+            // The rest keeps its defaults; the caller must not use the record.
+            for (const TavroBoostKey& rest : kTavroBoostKeys) resetField(rest, record);
+            return false;
         }
+    }
+    for (size_t i : kRowsOf.lists) {
+        // Keys that share one list are read as one text, joined with '+' in table order: the
+        // position of a value tells which key it came from.
+        std::string joined(v.get(i));
+        for (size_t j = i + 1; j < kTavroBoostKeyCount && kContinuesField[j]; ++j) {
+            joined.push_back(kBoostListDelim);
+            joined.append(v.get(j));
+        }
+        parseNumericString(joined, *kTavroBoostKeys[i].at.numbers(record));
+    }
+    for (size_t i : kRowsOf.clusters) {
+        std::map<int32_t, int32_t>& clusters = *kTavroBoostKeys[i].at.clusters(record);
+        if (!kContinuesField[i]) clusters.clear();
+        if (v.has(i)) clusters[kTavroBoostKeys[i].absent] = intOf(v.get(i), 0);
     }
 
     printMediaBoostInfo(info);
