@@ -196,9 +196,10 @@ struct TavroBoostKey {
 
 // Every key, in the order of the debug dump. Rules the parser keeps beyond the table:
 //  - "sched" has no field: an absent kStrictInt key takes its value, unless the rule's "isVideo"
-//    names the other kind of track than the key's (so "isVideo" and "sched" come first);
-//  - consecutive kIntList keys with one field are joined with '+' before they are read, so
-//    "freqUpRate=80,freqDownRate=60" gives [80, 60] and "freqDownRate=60" alone gives [60];
+//    names the other kind of track than the key's;
+//  - keys of one field are consecutive rows; kIntList keys of one field are joined with '+'
+//    before they are read, so "freqUpRate=80,freqDownRate=60" gives [80, 60] and
+//    "freqDownRate=60" alone gives [60];
 //  - several keys of one field are dumped once, on the line of the first of them;
 //  - the resolved thread ids close the scheduling half of the dump.
 inline constexpr TavroBoostKey kTavroBoostKeys[] = {

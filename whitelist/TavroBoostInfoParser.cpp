@@ -34,11 +34,6 @@ constexpr size_t indexOfKey(const char* name) {
 }
 
 constexpr size_t kSchedRow = indexOfKey(kBoostKeySched);
-constexpr size_t kIsVideoRow = indexOfKey(kBoostKeyIsVideo);
-// The fallback of a scheduling value reads both, so the parser must have read them first.
-static_assert(kIsVideoRow < kSchedRow && kSchedRow < indexOfKey(kBoostKeySchedVideo) &&
-                      kSchedRow < indexOfKey(kBoostKeySchedAudio),
-              "\"isVideo\" and \"sched\" must precede the scheduling values");
 
 // The key names with their lengths, so that a lookup compares lengths first.
 constexpr std::array<std::string_view, kTavroBoostKeyCount> kKeyNames = [] {
@@ -58,52 +53,45 @@ constexpr std::array<bool, kTavroBoostKeyCount> kContinuesField = [] {
     return continues;
 }();
 
-// The rows the parser reads, by how it stores them, each list in table order. A row that
-// continues the field of the row before it is read with that row and not listed again.
+// How the parser stores a row's value. kNone: "sched", which has no field, and rows that continue
+// the field of the row before them, read with that row.
+enum Store : uint8_t { kText, kNames, kNumber, kFlag, kStrict, kList, kCluster, kNone };
+
+constexpr Store storeOf(size_t row) {
+    const TavroBoostKey& key = kTavroBoostKeys[row];
+    if (key.kind == TavroBoostKeyKind::kStrictInt) return kStrict;
+    if (key.kind == TavroBoostKeyKind::kClusterKey) return kCluster;  // each row adds an entry
+    if (kContinuesField[row]) return kNone;
+    if (key.at.text != nullptr) return kText;
+    if (key.at.names != nullptr) return kNames;
+    if (key.at.number != nullptr) return kNumber;
+    if (key.at.flag != nullptr) return kFlag;
+    if (key.at.numbers != nullptr) return kList;
+    return kNone;
+}
+
+// The rows of each store, in table order, so that the parser walks each kind in a loop of its
+// own rather than branching on every row.
 struct RowsByStore {
-    size_t text[kTavroBoostKeyCount], names[kTavroBoostKeyCount], numbers[kTavroBoostKeyCount],
-            flags[kTavroBoostKeyCount], strict[kTavroBoostKeyCount], lists[kTavroBoostKeyCount],
-            clusters[kTavroBoostKeyCount];
-    size_t counts[7] = {};
+    size_t rows[kNone][kTavroBoostKeyCount];
+    size_t count[kNone];
 };
 
-// A list of row numbers that a range-for can walk.
-struct Rows {
-    const size_t* first;
-    size_t count;
-    const size_t* begin() const { return first; }
-    const size_t* end() const { return first + count; }
-};
-
-constexpr RowsByStore kRowStore = [] {
+constexpr RowsByStore kRowsByStore = [] {
     RowsByStore r{};
     for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
-        const TavroBoostKey& key = kTavroBoostKeys[i];
-        if (key.kind == TavroBoostKeyKind::kStrictInt) {
-            r.strict[r.counts[4]++] = i;
-        } else if (key.kind == TavroBoostKeyKind::kClusterKey) {
-            r.clusters[r.counts[6]++] = i;
-        } else if (key.at.text != nullptr) {
-            r.text[r.counts[0]++] = i;
-        } else if (key.at.names != nullptr) {
-            r.names[r.counts[1]++] = i;
-        } else if (key.at.number != nullptr) {
-            r.numbers[r.counts[2]++] = i;
-        } else if (key.at.flag != nullptr) {
-            r.flags[r.counts[3]++] = i;
-        } else if (key.at.numbers != nullptr && !kContinuesField[i]) {
-            r.lists[r.counts[5]++] = i;
-        }
+        const Store store = storeOf(i);
+        if (store != kNone) r.rows[store][r.count[store]++] = i;
     }
     return r;
 }();
 
-const struct {
-    Rows text, names, numbers, flags, strict, lists, clusters;
-} kRowsOf = {{kRowStore.text, kRowStore.counts[0]},    {kRowStore.names, kRowStore.counts[1]},
-             {kRowStore.numbers, kRowStore.counts[2]}, {kRowStore.flags, kRowStore.counts[3]},
-             {kRowStore.strict, kRowStore.counts[4]},  {kRowStore.lists, kRowStore.counts[5]},
-             {kRowStore.clusters, kRowStore.counts[6]}};
+// The rows of one store, for a range-for.
+struct Rows {
+    Store store;
+    const size_t* begin() const { return kRowsByStore.rows[store]; }
+    const size_t* end() const { return begin() + kRowsByStore.count[store]; }
+};
 
 // The value of each key of one string. Only the presence mask is cleared per parse: the parser
 // runs at every lookup of a debug property.
@@ -201,31 +189,33 @@ bool parseBoostInfo(const std::string& str, const std::shared_ptr<MediaBoostInfo
     });
 
     // Every field is assigned, an absent key's with its default, so this also resets the
-    // decision halves. Kind by kind, each in table order: the integers before the scheduling
-    // values, which need "isVideo" and "sched".
-    for (size_t i : kRowsOf.text) kTavroBoostKeys[i].at.text(record)->assign(v.get(i));
-    for (size_t i : kRowsOf.names) {
+    // decision halves. Store by store, each in table order; the integers come before the
+    // scheduling values, which need "isVideo" and "sched".
+    for (size_t i : Rows{kText}) kTavroBoostKeys[i].at.text(record)->assign(v.get(i));
+    for (size_t i : Rows{kNames}) {
         std::vector<std::string>& names = *kTavroBoostKeys[i].at.names(record);
         names.clear();
         parseStrByDelim(std::string(v.get(i)), kBoostListDelim, names);
     }
-    for (size_t i : kRowsOf.numbers) {
+    for (size_t i : Rows{kNumber}) {
         *kTavroBoostKeys[i].at.number(record) = intOf(v.get(i), kTavroBoostKeys[i].absent);
     }
-    for (size_t i : kRowsOf.flags) *kTavroBoostKeys[i].at.flag(record) = intOf(v.get(i), 0) != 0;
+    for (size_t i : Rows{kFlag}) *kTavroBoostKeys[i].at.flag(record) = intOf(v.get(i), 0) != 0;
     const int32_t sched = intOf(v.get(kSchedRow), kTavroBoostKeys[kSchedRow].absent);
-    for (size_t i : kRowsOf.strict) {
+    for (size_t i : Rows{kStrict}) {
         const TavroBoostKey& key = kTavroBoostKeys[i];
         // "sched" stands in for a missing value, but a rule that says it is for the other kind
         // of track does not hand it over.
         const bool other = record.condition.isVideo == otherTrackIsVideo(key.track);
         if (!schedOf(v.get(i), other ? key.absent : sched, key.at.number(record))) {
-            // The rest keeps its defaults; the caller must not use the record.
-            for (const TavroBoostKey& rest : kTavroBoostKeys) resetField(rest, record);
+            // The decision keeps its defaults; the caller must not use the record.
+            for (const TavroBoostKey& rest : kTavroBoostKeys) {
+                if (rest.part != TavroBoostPart::kCondition) resetField(rest, record);
+            }
             return false;
         }
     }
-    for (size_t i : kRowsOf.lists) {
+    for (size_t i : Rows{kList}) {
         // Keys that share one list are read as one text, joined with '+' in table order: the
         // position of a value tells which key it came from.
         std::string joined(v.get(i));
@@ -235,7 +225,7 @@ bool parseBoostInfo(const std::string& str, const std::shared_ptr<MediaBoostInfo
         }
         parseNumericString(joined, *kTavroBoostKeys[i].at.numbers(record));
     }
-    for (size_t i : kRowsOf.clusters) {
+    for (size_t i : Rows{kCluster}) {
         std::map<int32_t, int32_t>& clusters = *kTavroBoostKeys[i].at.clusters(record);
         if (!kContinuesField[i]) clusters.clear();
         if (v.has(i)) clusters[kTavroBoostKeys[i].absent] = intOf(v.get(i), 0);
