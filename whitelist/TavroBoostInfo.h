@@ -140,8 +140,11 @@ enum class TavroBoostPart : uint8_t { kCondition, kScheduling, kCluster };
 enum class TavroBoostTrack : uint8_t { kAny, kVideo, kAudio };
 
 // Where in a MediaBoostInfo a key's value is stored: exactly one accessor is set, of the field's
-// type. The accessors are captureless lambdas, so the table is a compile-time constant.
+// type, and `type` says which. The accessors are captureless lambdas, so the table is a
+// compile-time constant.
 struct TavroBoostField {
+    enum class Type : uint8_t { kNone, kText, kNumber, kFlag, kNames, kNumbers, kClusters };
+    Type type = Type::kNone;
     std::string* (*text)(MediaBoostInfo&) = nullptr;
     int32_t* (*number)(MediaBoostInfo&) = nullptr;
     bool* (*flag)(MediaBoostInfo&) = nullptr;
@@ -152,31 +155,37 @@ struct TavroBoostField {
 
 constexpr TavroBoostField boostField(std::string* (*at)(MediaBoostInfo&)) {
     TavroBoostField f;
+    f.type = TavroBoostField::Type::kText;
     f.text = at;
     return f;
 }
 constexpr TavroBoostField boostField(int32_t* (*at)(MediaBoostInfo&)) {
     TavroBoostField f;
+    f.type = TavroBoostField::Type::kNumber;
     f.number = at;
     return f;
 }
 constexpr TavroBoostField boostField(bool* (*at)(MediaBoostInfo&)) {
     TavroBoostField f;
+    f.type = TavroBoostField::Type::kFlag;
     f.flag = at;
     return f;
 }
 constexpr TavroBoostField boostField(std::vector<std::string>* (*at)(MediaBoostInfo&)) {
     TavroBoostField f;
+    f.type = TavroBoostField::Type::kNames;
     f.names = at;
     return f;
 }
 constexpr TavroBoostField boostField(std::vector<int32_t>* (*at)(MediaBoostInfo&)) {
     TavroBoostField f;
+    f.type = TavroBoostField::Type::kNumbers;
     f.numbers = at;
     return f;
 }
 constexpr TavroBoostField boostField(std::map<int32_t, int32_t>* (*at)(MediaBoostInfo&)) {
     TavroBoostField f;
+    f.type = TavroBoostField::Type::kClusters;
     f.clusters = at;
     return f;
 }

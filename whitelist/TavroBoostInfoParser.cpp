@@ -62,11 +62,21 @@ constexpr Store storeOf(size_t row) {
     if (key.kind == TavroBoostKeyKind::kStrictInt) return kStrict;
     if (key.kind == TavroBoostKeyKind::kClusterKey) return kCluster;  // each row adds an entry
     if (kContinuesField[row]) return kNone;
-    if (key.at.text != nullptr) return kText;
-    if (key.at.names != nullptr) return kNames;
-    if (key.at.number != nullptr) return kNumber;
-    if (key.at.flag != nullptr) return kFlag;
-    if (key.at.numbers != nullptr) return kList;
+    switch (key.at.type) {
+        case TavroBoostField::Type::kText:
+            return kText;
+        case TavroBoostField::Type::kNames:
+            return kNames;
+        case TavroBoostField::Type::kNumber:
+            return kNumber;
+        case TavroBoostField::Type::kFlag:
+            return kFlag;
+        case TavroBoostField::Type::kNumbers:
+            return kList;
+        case TavroBoostField::Type::kClusters:
+        case TavroBoostField::Type::kNone:
+            break;
+    }
     return kNone;
 }
 
