@@ -55,7 +55,7 @@ constexpr char kBoostKeyFreqUpRate[] = "freqUpRate";
 constexpr char kBoostKeyFreqDownRate[] = "freqDownRate";
 
 // When a boost rule applies. Empty strings, zero limits and -1 flags never exclude (the matching
-// rules are in TavroWhiteListCacheMgr::checkPrecondition).
+// rules are in checkPrecondition, TavroBoostCondition.h).
 struct BoostConditionInfo {
     std::string soc;         // "cpu": list of socs the rule is for
     std::string project;     // "prj"
