@@ -50,7 +50,7 @@ void parse(benchmark::State& state, const std::string& text) {
     auto info = std::make_shared<MediaBoostInfo>();
     const uint64_t before = tavro_bench::allocationCount();
     for (auto _ : state) {
-        bool ok = TavroWhiteListCacheMgr::parseBoostInfo(text, info);
+        bool ok = parseBoostInfo(text, info);
         benchmark::DoNotOptimize(ok);
         benchmark::DoNotOptimize(info->uxInfo.schedVideo);
     }
@@ -113,7 +113,7 @@ void BM_ProcNameByPid(benchmark::State& state) {
     std::string name;
     const uint64_t before = tavro_bench::allocationCount();
     for (auto _ : state) {
-        bool ok = TavroWhiteListCacheMgr::getProcNameByPid(kClientPid, name);
+        bool ok = getProcNameByPid(kClientPid, name);
         benchmark::DoNotOptimize(ok);
     }
     reportAllocations(state, before);

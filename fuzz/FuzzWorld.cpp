@@ -92,7 +92,7 @@ bool areaFits(int32_t width, int32_t height) {
 
 bool boostInfoAreaFits(const std::string& boostInfo) {
     auto info = std::make_shared<MediaBoostInfo>();
-    if (!TavroWhiteListCacheMgr::parseBoostInfo(boostInfo, info)) return true;
+    if (!parseBoostInfo(boostInfo, info)) return true;
     return areaFits(info->condition.limitWidth, info->condition.limitHeight);
 }
 

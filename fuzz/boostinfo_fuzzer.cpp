@@ -74,8 +74,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     auto info = std::make_shared<MediaBoostInfo>();
     info->boostStrInfo = text;
-    const bool ok = TavroWhiteListCacheMgr::parseBoostInfo(text, info);
-    TavroWhiteListCacheMgr::printMediaBoostInfo(info);
+    const bool ok = parseBoostInfo(text, info);
+    printMediaBoostInfo(info);
     // The rest checks results; formatting every line again would only slow the search down.
     fuzz::setFuzzLogLevel("0");
     if (!ok) {
@@ -84,13 +84,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
               "a string was rejected without a scheduling key");
     } else {
         auto again = std::make_shared<MediaBoostInfo>();
-        check(TavroWhiteListCacheMgr::parseBoostInfo(text, again), "second parse rejected");
+        check(parseBoostInfo(text, again), "second parse rejected");
         check(sameRule(*info, *again), "parsing is not deterministic");
 
         std::vector<int32_t> opcodes;
-        TavroWhiteListCacheMgr::parseClusterInfo(info->clusterInfo, opcodes);
+        parseClusterInfo(info->clusterInfo, opcodes);
         check(opcodes.size() % 2 == 0, "opcode list is not made of pairs");
-        TavroWhiteListCacheMgr::parseMtkClusterInfo(info->clusterInfo, opcodes);
+        parseMtkClusterInfo(info->clusterInfo, opcodes);
         check(opcodes.size() % 2 == 0, "opcode list is not made of pairs");
 
         TavroWhiteListCacheMgr* manager = TavroWhiteListCacheMgr::getInstance();
@@ -105,26 +105,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             audio.channelCount = 2;
             audio.isVideo = 0;
             audio.isEncoder = 0;
-            (void)manager->checkPrecondition(video, info->condition);
-            (void)manager->checkPrecondition(audio, info->condition);
+            (void)checkPrecondition(manager->platform(), video, info->condition);
+            (void)checkPrecondition(manager->platform(), audio, info->condition);
         }
     }
 
     std::map<std::string, std::string> pairs;
-    TavroWhiteListCacheMgr::parseKeyValueString(text, pairs);
+    parseKeyValueString(text, pairs);
     for (const auto& [key, value] : pairs) {
         check(!key.empty() && !value.empty(), "empty key or value kept");
         check(key.find(kBoostItemDelim) == std::string::npos, "key holds the item delimiter");
         check(key.find(kBoostValueDelim) == std::string::npos, "key holds '='");
     }
     std::vector<std::string> pieces;
-    TavroWhiteListCacheMgr::parseStrByDelim(text, kBoostListDelim, pieces);
+    parseStrByDelim(text, kBoostListDelim, pieces);
     for (const std::string& piece : pieces) {
         check(!piece.empty() && piece.find(kBoostListDelim) == std::string::npos,
               "list piece is empty or holds '+'");
     }
     std::vector<int32_t> numbers;
-    TavroWhiteListCacheMgr::parseNumericString(text, numbers);
+    parseNumericString(text, numbers);
 
     // The whole lookup of an app, with the string as its "media-sched-boost" and top-activity
     // "vdec-cpu-boost" answers (the cluster half is only ever asked for video).

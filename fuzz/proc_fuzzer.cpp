@@ -128,11 +128,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int n = 0; n < nameCount; ++n) names.push_back(fdp.ConsumeRandomLengthString(8));
 
     std::string processName;
-    (void)TavroWhiteListCacheMgr::getProcNameByPid(kPid, processName);
+    (void)getProcNameByPid(kPid, processName);
     std::string commName;
-    (void)TavroWhiteListCacheMgr::getThreadName(pidDir + "/comm", commName);
+    (void)getThreadName(pidDir + "/comm", commName);
     std::vector<int32_t> tids;
-    (void)TavroWhiteListCacheMgr::getThreadIdByName(kPid, names, tids);
+    (void)getThreadIdByName(kPid, names, tids);
     for (int32_t tid : tids) check(taskIds.count(tid) == 1, "thread id of no task directory");
     (void)getSystemAvailMem();
     (void)getProcessName(kPid);

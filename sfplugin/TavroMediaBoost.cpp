@@ -44,8 +44,7 @@ void TavroCCodec::handleBoostApp(const sp<AMessage>& msg) {
     TavroVideoTaskBoost task;
     task.pid = static_cast<int32_t>(getpid());
     task.sched = static_cast<uint32_t>(sched);
-    TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(appThreads.c_str(), kAppThreadSeparator,
-                                                           task.threadNames);
+    parseStrByDelim(appThreads.c_str(), kAppThreadSeparator, task.threadNames);
     TAVRO_LOGV(kTavroLogVerbose, "kWhatBoostApp, appThreads: %s", appThreads.c_str());
     std::lock_guard<std::mutex> boostLock(mBoostLock);
     if (mVideoBoost != nullptr) mVideoBoost->boostTask(task);
@@ -154,7 +153,7 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
     auto params = std::make_shared<TavroVideoBoostParams>();
     TavroWhiteListCacheMgr* manager = TavroWhiteListCacheMgr::getInstance();
     manager->getBoostInfo(static_cast<int32_t>(mCallingPid), info, ux, cluster);
-    manager->parseClusterInfo(*cluster, params->clusterParams);
+    parseClusterInfo(*cluster, params->clusterParams);
 
     int32_t sched;
     const bool video = mIsVideo.load();
@@ -292,8 +291,7 @@ void TavroCCodec::boostAppKeyThread(const sp<AMessage>& params) {
     TAVRO_LOGD("App key thread: %s", text.c_str());
 
     std::vector<std::string> tokens;
-    TavroWhiteListCacheMgr::getInstance()->parseStrByDelim(text.c_str(), kBoostInfoTidSeparator,
-                                                           tokens);
+    parseStrByDelim(text.c_str(), kBoostInfoTidSeparator, tokens);
     std::set<int32_t> ids;  // ascending, without duplicates
     for (const std::string& token : tokens) {
         int32_t tid = 0;

@@ -1,6 +1,6 @@
 #define LOG_NDEBUG 0
 #define LOG_TAG "TavroWhiteListCache"
-#include "whitelist/TavroWhiteListCacheMgr.h"
+#include "whitelist/TavroBoostInfoParser.h"
 
 #include <unistd.h>
 
@@ -12,6 +12,7 @@
 
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
+#include "whitelist/TavroSystemProbe.h"
 
 namespace android {
 namespace {
@@ -19,124 +20,131 @@ namespace {
 // Debug lines of the parser are written at level 7 and above.
 constexpr int32_t kParseLogLevel = kTavroLogDetail;
 
-// The keys parseBoostInfo reads, in the order it reads them.
-enum Slot : uint8_t {
-    kSlotCpu,
-    kSlotPrj,
-    kSlotVendor,
-    kSlotMime,
-    kSlotComp,
-    kSlotLimitWidth,
-    kSlotLimitHeight,
-    kSlotBitrate,
-    kSlotSampleRate,
-    kSlotSampleBits,
-    kSlotChannelCount,
-    kSlotCodecId,
-    kSlotIsVideo,
-    kSlotIsEncoder,
-    kSlotSched,
-    kSlotSchedVideo,
-    kSlotSchedAudio,
-    kSlotVendorBoost,
-    kSlotThreadName,
-    kSlotDdrFreq,
-    kSlotAppThreads,
-    kSlotSwThreads,
-    kSlotLimitOpRate,
-    kSlotMinUclamp,
-    kSlotPelt,
-    kSlotCountFps,
-    kSlotPreferIdle,
-    kSlotScreenOff,
-    kSlotUclampTids,
-    kSlotCluster0Min,
-    kSlotFreqUpRate = kSlotCluster0Min + kBoostMaxClusterKey + 1,
-    kSlotFreqDownRate,
-    kSlotCount,
-};
-
-struct KeySlot {
-    std::string_view key;
-    uint8_t slot;
-};
-
-constexpr KeySlot kKeySlots[] = {
-        {kBoostKeyCpu, kSlotCpu},
-        {kBoostKeyPrj, kSlotPrj},
-        {kBoostKeyVendor, kSlotVendor},
-        {kBoostKeyMime, kSlotMime},
-        {kBoostKeyComp, kSlotComp},
-        {kBoostKeyLimitWidth, kSlotLimitWidth},
-        {kBoostKeyLimitHeight, kSlotLimitHeight},
-        {kBoostKeyBitrate, kSlotBitrate},
-        {kBoostKeySampleRate, kSlotSampleRate},
-        {kBoostKeySampleBits, kSlotSampleBits},
-        {kBoostKeyChannelCount, kSlotChannelCount},
-        {kBoostKeyCodecId, kSlotCodecId},
-        {kBoostKeyIsVideo, kSlotIsVideo},
-        {kBoostKeyIsEncoder, kSlotIsEncoder},
-        {kBoostKeySched, kSlotSched},
-        {kBoostKeySchedVideo, kSlotSchedVideo},
-        {kBoostKeySchedAudio, kSlotSchedAudio},
-        {kBoostKeyVendorBoost, kSlotVendorBoost},
-        {kBoostKeyThreadName, kSlotThreadName},
-        {kBoostKeyDdrFreq, kSlotDdrFreq},
-        {kBoostKeyAppThreads, kSlotAppThreads},
-        {kBoostKeySwThreads, kSlotSwThreads},
-        {kBoostKeyLimitOpRate, kSlotLimitOpRate},
-        {kBoostKeyMinUclamp, kSlotMinUclamp},
-        {kBoostKeyPelt, kSlotPelt},
-        {kBoostKeyCountFps, kSlotCountFps},
-        {kBoostKeyPreferIdle, kSlotPreferIdle},
-        {kBoostKeyScreenOff, kSlotScreenOff},
-        {kBoostKeyUclampTids, kSlotUclampTids},
-        {kBoostKeyClusterMin[0], kSlotCluster0Min + 0},
-        {kBoostKeyClusterMin[1], kSlotCluster0Min + 1},
-        {kBoostKeyClusterMin[2], kSlotCluster0Min + 2},
-        {kBoostKeyClusterMin[3], kSlotCluster0Min + 3},
-        {kBoostKeyClusterMin[4], kSlotCluster0Min + 4},
-        {kBoostKeyClusterMin[5], kSlotCluster0Min + 5},
-        {kBoostKeyClusterMin[6], kSlotCluster0Min + 6},
-        {kBoostKeyClusterMin[7], kSlotCluster0Min + 7},
-        {kBoostKeyFreqUpRate, kSlotFreqUpRate},
-        {kBoostKeyFreqDownRate, kSlotFreqDownRate},
-};
-
-// kSlotCount for a key the parser does not read.
-uint8_t slotOf(std::string_view key) {
-    for (const KeySlot& k : kKeySlots) {
-        if (k.key.size() == key.size() && k.key == key) return k.slot;
-    }
-    return kSlotCount;
+constexpr bool sameText(const char* a, const char* b) {
+    if (a == nullptr || b == nullptr) return a == b;
+    while (*a != '\0' && *a == *b) ++a, ++b;
+    return *a == *b;
 }
 
-// Splits `str` into items by rules 1 and 2 of the grammar and calls onItem(key, value) for each
-// item with a non-empty key and value, in order. Every non-empty piece is traced first.
-template <typename OnItem>
-void forEachItem(const std::string& str, OnItem onItem) {
-    TAVRO_LOGV(kParseLogLevel, kLogParseStrByDelim, str.c_str(), kBoostItemDelim);
-    if (str.empty()) return;
-    // One look at the level for the whole loop when it is off; each line checks again when on.
-    const bool trace = tavroLogOn(kParseLogLevel, kTavroLogDefaultOff);
-    const std::string_view all(str);
-    size_t start = 0;
-    while (start <= all.size()) {
-        size_t end = all.find(kBoostItemDelim, start);
-        if (end == std::string_view::npos) end = all.size();
-        if (end > start) {
-            const std::string_view item = all.substr(start, end - start);
-            if (trace) {
-                const std::string piece(item);
-                TAVRO_LOGV(kParseLogLevel, kLogKeyValue, piece.c_str());
-            }
-            const size_t eq = item.find(kBoostValueDelim);
-            if (eq != std::string_view::npos && eq != 0 && eq + 1 != item.size()) {
-                onItem(item.substr(0, eq), item.substr(eq + 1));
-            }
-        }
-        start = end + 1;
+constexpr size_t indexOfKey(const char* name) {
+    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
+        if (sameText(kTavroBoostKeys[i].name, name)) return i;
     }
+    return kTavroBoostKeyCount;
+}
+
+constexpr size_t kSchedRow = indexOfKey(kBoostKeySched);
+
+// The key names with their lengths, so that a lookup compares lengths first.
+constexpr std::array<std::string_view, kTavroBoostKeyCount> kKeyNames = [] {
+    std::array<std::string_view, kTavroBoostKeyCount> names{};
+    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) names[i] = kTavroBoostKeys[i].name;
+    return names;
+}();
+
+// Rows that fill the same field as the row before them (the cluster keys, the two rates): the
+// field is reset and read once, at the first of them.
+constexpr std::array<bool, kTavroBoostKeyCount> kContinuesField = [] {
+    std::array<bool, kTavroBoostKeyCount> continues{};
+    for (size_t i = 1; i < kTavroBoostKeyCount; ++i) {
+        continues[i] = kTavroBoostKeys[i].field != nullptr &&
+                       sameText(kTavroBoostKeys[i].field, kTavroBoostKeys[i - 1].field);
+    }
+    return continues;
+}();
+
+// How the parser stores a row's value. kNone: "sched", which has no field, and rows that continue
+// the field of the row before them, read with that row.
+enum Store : uint8_t { kText, kNames, kNumber, kFlag, kStrict, kList, kCluster, kNone };
+
+constexpr Store storeOf(size_t row) {
+    const TavroBoostKey& key = kTavroBoostKeys[row];
+    if (key.kind == TavroBoostKeyKind::kStrictInt) return kStrict;
+    if (key.kind == TavroBoostKeyKind::kClusterKey) return kCluster;  // each row adds an entry
+    if (kContinuesField[row]) return kNone;
+    switch (key.at.type) {
+        case TavroBoostField::Type::kText:
+            return kText;
+        case TavroBoostField::Type::kNames:
+            return kNames;
+        case TavroBoostField::Type::kNumber:
+            return kNumber;
+        case TavroBoostField::Type::kFlag:
+            return kFlag;
+        case TavroBoostField::Type::kNumbers:
+            return kList;
+        case TavroBoostField::Type::kClusters:
+        case TavroBoostField::Type::kNone:
+            break;
+    }
+    return kNone;
+}
+
+// The rows of each store, in table order, so that the parser walks each kind in a loop of its
+// own rather than branching on every row.
+struct RowsByStore {
+    size_t rows[kNone][kTavroBoostKeyCount];
+    size_t count[kNone];
+};
+
+constexpr RowsByStore kRowsByStore = [] {
+    RowsByStore r{};
+    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
+        const Store store = storeOf(i);
+        if (store != kNone) r.rows[store][r.count[store]++] = i;
+    }
+    return r;
+}();
+
+// The rows of one store, for a range-for.
+struct Rows {
+    Store store;
+    const size_t* begin() const { return kRowsByStore.rows[store]; }
+    const size_t* end() const { return begin() + kRowsByStore.count[store]; }
+};
+
+// The value of each key of one string. Only the presence mask is cleared per parse: the parser
+// runs at every lookup of a debug property.
+class KeyValues {
+  public:
+    void set(size_t row, std::string_view value) {
+        mData[row] = value.data();
+        mSize[row] = value.size();
+        mPresent |= uint64_t{1} << row;
+    }
+    bool has(size_t row) const { return (mPresent >> row) & 1; }
+    std::string_view get(size_t row) const {
+        return has(row) ? std::string_view(mData[row], mSize[row]) : std::string_view();
+    }
+
+  private:
+    static_assert(kTavroBoostKeyCount <= 64, "one presence bit per key");
+    uint64_t mPresent = 0;
+    // Left unset: a row is read only once its bit is set.
+    const char* mData[kTavroBoostKeyCount];
+    size_t mSize[kTavroBoostKeyCount];
+};
+
+// The "isVideo" value of a rule written for the other kind of track than `track`.
+constexpr int32_t otherTrackIsVideo(TavroBoostTrack track) {
+    return track == TavroBoostTrack::kVideo ? 0 : track == TavroBoostTrack::kAudio ? 1 : -2;
+}
+
+// Walks the items of `str` as forEachBoostItem does, tracing the walk at level 7, and calls
+// onItem(key, value) for each item the parser reads.
+template <typename OnItem>
+void walkItems(const std::string& str, OnItem onItem) {
+    TAVRO_LOGV(kParseLogLevel, kLogParseStrByDelim, str.c_str(), kBoostItemDelim);
+    // One look at the level for the whole walk when it is off; each line checks again when on.
+    const bool trace = tavroLogOn(kParseLogLevel, kTavroLogDefaultOff);
+    forEachBoostItem(str, [&](const TavroBoostItem& item) {
+        if (item.piece.empty()) return;
+        if (trace) {
+            const std::string piece(item.piece);
+            TAVRO_LOGV(kParseLogLevel, kLogKeyValue, piece.c_str());
+        }
+        if (item.shape == TavroBoostItemShape::kItem) onItem(item.key, item.value);
+    });
 }
 
 // Values are views into the parsed string. A number is read from the view's first character on:
@@ -157,103 +165,93 @@ bool schedOf(std::string_view value, int32_t fallback, int32_t* out) {
     return tavroParseInt32(value.data(), out);
 }
 
+// Puts a decision field back to the value of an absent key.
+void resetField(const TavroBoostKey& key, MediaBoostInfo& info) {
+    const TavroBoostField& at = key.at;
+    if (at.text != nullptr) at.text(info)->clear();
+    if (at.number != nullptr) *at.number(info) = key.absent;
+    if (at.flag != nullptr) *at.flag(info) = false;
+    if (at.names != nullptr) at.names(info)->clear();
+    if (at.numbers != nullptr) at.numbers(info)->clear();
+    if (at.clusters != nullptr) at.clusters(info)->clear();
+}
+
 }  // namespace
 
-bool TavroWhiteListCacheMgr::parseBoostInfo(const std::string& str, const BoostInfoPtr& info) {
+const TavroBoostKey* findTavroBoostKey(std::string_view key) {
+    for (size_t i = 0; i < kTavroBoostKeyCount; ++i) {
+        if (kKeyNames[i].size() == key.size() && kKeyNames[i] == key) return &kTavroBoostKeys[i];
+    }
+    return nullptr;
+}
+
+bool parseBoostInfo(const std::string& str, const std::shared_ptr<MediaBoostInfo>& info) {
     TAVRO_LOGV(kParseLogLevel, kLogParseBoostInfo, str.c_str());
     if (str.empty() || info == nullptr) return true;
+    MediaBoostInfo& record = *info;
+    record.uxInfo.tids.clear();  // resolved from the names later, never parsed
 
-    TavroUxInfo& ux = info->uxInfo;
-    TavroClusterInfo& cluster = info->clusterInfo;
-    ux.schedVideo = -1;
-    ux.schedAudio = -1;
-    ux.ddrFreq = 0;
-    ux.needVendorBoost = false;
-    ux.threadName.clear();
-    ux.appThreads.clear();
-    ux.tids.clear();
-    ux.swThreads.clear();
-    cluster.limitOpRate = 0;
-    cluster.minUclamp = 0;
-    cluster.peltHalflife = 0;
-    cluster.countFps = false;
-    cluster.isPreferIdle = false;
-    cluster.isScreenOff = false;
-    cluster.uclampIndex.clear();
-    cluster.clusterMinFreq.clear();
-
-    // The key/value map of the string, kept as one value per known key: a later item overwrites,
-    // unknown keys are dropped, an empty view is an absent key.
-    std::array<std::string_view, kSlotCount> v{};
-    forEachItem(str, [&v](std::string_view key, std::string_view value) {
-        const uint8_t slot = slotOf(key);
-        if (slot != kSlotCount) v[slot] = value;
+    // One value per known key: a later item overwrites, unknown keys are dropped.
+    KeyValues v;
+    walkItems(str, [&v](std::string_view key, std::string_view value) {
+        const TavroBoostKey* row = findTavroBoostKey(key);
+        if (row != nullptr) v.set(static_cast<size_t>(row - kTavroBoostKeys), value);
     });
 
-    BoostConditionInfo& condition = info->condition;
-    condition.soc.assign(v[kSlotCpu]);
-    condition.project.assign(v[kSlotPrj]);
-    condition.vendor.assign(v[kSlotVendor]);
-    condition.mime.assign(v[kSlotMime]);
-    condition.component.assign(v[kSlotComp]);
-    condition.limitWidth = intOf(v[kSlotLimitWidth], 0);
-    condition.limitHeight = intOf(v[kSlotLimitHeight], 0);
-    condition.bitrate = intOf(v[kSlotBitrate], 0);
-    condition.sampleRate = intOf(v[kSlotSampleRate], 0);
-    condition.sampleBits = intOf(v[kSlotSampleBits], 0);
-    condition.channelCount = intOf(v[kSlotChannelCount], 0);
-    condition.codecId = intOf(v[kSlotCodecId], 0);
-    condition.isVideo = intOf(v[kSlotIsVideo], -1);
-    condition.isEncoder = intOf(v[kSlotIsEncoder], -1);
-
-    // "sched" stands in for whichever of the two is missing, but a rule that says it is for
-    // video (or audio) only does not hand its value to the other kind.
-    const int32_t sched = intOf(v[kSlotSched], -1);
-    if (!schedOf(v[kSlotSchedVideo], condition.isVideo == 0 ? -1 : sched, &ux.schedVideo)) {
-        return false;
+    // Every field is assigned, an absent key's with its default, so this also resets the
+    // decision halves. Store by store, each in table order; the integers come before the
+    // scheduling values, which need "isVideo" and "sched".
+    for (size_t i : Rows{kText}) kTavroBoostKeys[i].at.text(record)->assign(v.get(i));
+    for (size_t i : Rows{kNames}) {
+        std::vector<std::string>& names = *kTavroBoostKeys[i].at.names(record);
+        names.clear();
+        parseStrByDelim(std::string(v.get(i)), kBoostListDelim, names);
     }
-    if (!schedOf(v[kSlotSchedAudio], condition.isVideo == 1 ? -1 : sched, &ux.schedAudio)) {
-        return false;
+    for (size_t i : Rows{kNumber}) {
+        *kTavroBoostKeys[i].at.number(record) = intOf(v.get(i), kTavroBoostKeys[i].absent);
     }
-
-    ux.needVendorBoost = intOf(v[kSlotVendorBoost], 0) != 0;
-    ux.threadName.assign(v[kSlotThreadName]);
-    ux.ddrFreq = intOf(v[kSlotDdrFreq], 0);
-    ux.appThreads.assign(v[kSlotAppThreads]);
-    parseStrByDelim(std::string(v[kSlotSwThreads]), kBoostListDelim, ux.swThreads);
-
-    cluster.limitOpRate = intOf(v[kSlotLimitOpRate], 0);
-    cluster.minUclamp = intOf(v[kSlotMinUclamp], 0);
-    cluster.peltHalflife = intOf(v[kSlotPelt], 0);
-    cluster.countFps = intOf(v[kSlotCountFps], 0) != 0;
-    cluster.isPreferIdle = intOf(v[kSlotPreferIdle], 0) != 0;
-    cluster.isScreenOff = intOf(v[kSlotScreenOff], 0) != 0;
-    parseNumericString(std::string(v[kSlotUclampTids]), cluster.uclampIndex);
-
-    for (int32_t n = 0; n <= kBoostMaxClusterKey; ++n) {
-        const std::string_view value = v[kSlotCluster0Min + n];
-        if (!value.empty()) cluster.clusterMinFreq[n] = intOf(value, 0);
+    for (size_t i : Rows{kFlag}) *kTavroBoostKeys[i].at.flag(record) = intOf(v.get(i), 0) != 0;
+    const int32_t sched = intOf(v.get(kSchedRow), kTavroBoostKeys[kSchedRow].absent);
+    for (size_t i : Rows{kStrict}) {
+        const TavroBoostKey& key = kTavroBoostKeys[i];
+        // "sched" stands in for a missing value, but a rule that says it is for the other kind
+        // of track does not hand it over.
+        const bool other = record.condition.isVideo == otherTrackIsVideo(key.track);
+        if (!schedOf(v.get(i), other ? key.absent : sched, key.at.number(record))) {
+            // The decision keeps its defaults; the caller must not use the record.
+            for (const TavroBoostKey& rest : kTavroBoostKeys) {
+                if (rest.part != TavroBoostPart::kCondition) resetField(rest, record);
+            }
+            return false;
+        }
     }
-
-    // Up-rates then down-rates in one list: the position tells which is which.
-    std::string rates(v[kSlotFreqUpRate]);
-    rates.push_back(kBoostListDelim);
-    rates.append(v[kSlotFreqDownRate]);
-    parseNumericString(rates, cluster.freqRate);
+    for (size_t i : Rows{kList}) {
+        // Keys that share one list are read as one text, joined with '+' in table order: the
+        // position of a value tells which key it came from.
+        std::string joined(v.get(i));
+        for (size_t j = i + 1; j < kTavroBoostKeyCount && kContinuesField[j]; ++j) {
+            joined.push_back(kBoostListDelim);
+            joined.append(v.get(j));
+        }
+        parseNumericString(joined, *kTavroBoostKeys[i].at.numbers(record));
+    }
+    for (size_t i : Rows{kCluster}) {
+        std::map<int32_t, int32_t>& clusters = *kTavroBoostKeys[i].at.clusters(record);
+        if (!kContinuesField[i]) clusters.clear();
+        if (v.has(i)) clusters[kTavroBoostKeys[i].absent] = intOf(v.get(i), 0);
+    }
 
     printMediaBoostInfo(info);
     return true;
 }
 
-void TavroWhiteListCacheMgr::parseKeyValueString(const std::string& str,
-                                                 std::map<std::string, std::string>& out) {
-    forEachItem(str, [&out](std::string_view key, std::string_view value) {
+void parseKeyValueString(const std::string& str, std::map<std::string, std::string>& out) {
+    walkItems(str, [&out](std::string_view key, std::string_view value) {
         out[std::string(key)] = std::string(value);
     });
 }
 
-void TavroWhiteListCacheMgr::parseStrByDelim(const std::string& str, char delim,
-                                             std::vector<std::string>& out) {
+void parseStrByDelim(const std::string& str, char delim, std::vector<std::string>& out) {
     TAVRO_LOGV(kParseLogLevel, kLogParseStrByDelim, str.c_str(), delim);
     // An empty text keeps what the caller had; callers rely on that to keep defaults.
     if (str.empty()) return;
@@ -267,7 +265,7 @@ void TavroWhiteListCacheMgr::parseStrByDelim(const std::string& str, char delim,
     }
 }
 
-void TavroWhiteListCacheMgr::parseNumericString(const std::string& str, std::vector<int32_t>& out) {
+void parseNumericString(const std::string& str, std::vector<int32_t>& out) {
     out.clear();
     if (str.empty()) return;
     std::vector<std::string> pieces;
@@ -276,8 +274,7 @@ void TavroWhiteListCacheMgr::parseNumericString(const std::string& str, std::vec
     for (const std::string& piece : pieces) out.push_back(tavroAtoi(piece));
 }
 
-void TavroWhiteListCacheMgr::parseBoostThread(const BoostInfoPtr& info,
-                                              std::vector<int32_t>& tids) {
+void parseBoostThread(const std::shared_ptr<MediaBoostInfo>& info, std::vector<int32_t>& tids) {
     if (info == nullptr) return;
     tids.clear();
     const std::string& threadName = info->uxInfo.threadName;
@@ -287,57 +284,45 @@ void TavroWhiteListCacheMgr::parseBoostThread(const BoostInfoPtr& info,
     if (!names.empty()) getThreadIdByName(getpid(), names, tids);
 }
 
-void TavroWhiteListCacheMgr::printMediaBoostInfo(const BoostInfoPtr& info) {
+void printMediaBoostInfo(const std::shared_ptr<MediaBoostInfo>& info) {
     if (info == nullptr) return;
     // The dump is some forty lines, each gated on its own; skip it all when the level is low now.
     if (!tavroLogOn(kParseLogLevel, kTavroLogDefaultOff)) return;
 
-    const MediaBoostInfo& i = *info;
+    MediaBoostInfo& i = *info;
     const long long cacheSeconds = static_cast<long long>(
             std::chrono::duration_cast<std::chrono::seconds>(i.cacheTime.time_since_epoch())
                     .count());
-    TAVRO_LOGV(kParseLogLevel, "Debug: boostStrInfo: %s", i.boostStrInfo.c_str());
-    TAVRO_LOGV(kParseLogLevel, "Debug: isValid: %d", i.isValid);
-    TAVRO_LOGV(kParseLogLevel, "Debug: cacheTime: %lld", cacheSeconds);
-    TAVRO_LOGV(kParseLogLevel, "Debug: platform, soc: %s", i.condition.soc.c_str());
-    TAVRO_LOGV(kParseLogLevel, "Debug: platform: project: %s", i.condition.project.c_str());
-    TAVRO_LOGV(kParseLogLevel, "Debug: platform: vendor: %s", i.condition.vendor.c_str());
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: mime: %s", i.condition.mime.c_str());
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: component: %s", i.condition.component.c_str());
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: limitWidth: %d", i.condition.limitWidth);
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: limitHeight: %d", i.condition.limitHeight);
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: bitrate: %d", i.condition.bitrate);
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: sampleRate: %d", i.condition.sampleRate);
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: sampleBits: %d", i.condition.sampleBits);
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: channelCount: %d", i.condition.channelCount);
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: isVideo: %d", i.condition.isVideo);
-    TAVRO_LOGV(kParseLogLevel, "Debug: mediaInfo: isEncoder: %d", i.condition.isEncoder);
-    TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: schedVideo: %d", i.uxInfo.schedVideo);
-    TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: schedAudio: %d", i.uxInfo.schedAudio);
-    TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: needVendorBoost: %d", i.uxInfo.needVendorBoost);
-    TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: threadName: %s", i.uxInfo.threadName.c_str());
-    TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: ddrFreq: %d", i.uxInfo.ddrFreq);
-    TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: appThreads: %s", i.uxInfo.appThreads.c_str());
-    for (const std::string& name : i.uxInfo.swThreads) {
-        TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: software thread name: %s", name.c_str());
-    }
+    TAVRO_LOGV(kParseLogLevel, kLogDumpBoostStr, i.boostStrInfo.c_str());
+    TAVRO_LOGV(kParseLogLevel, kLogDumpIsValid, i.isValid);
+    TAVRO_LOGV(kParseLogLevel, kLogDumpCacheTime, cacheSeconds);
     const int pid = static_cast<int>(getpid());
-    for (int32_t tid : i.uxInfo.tids) {
-        TAVRO_LOGV(kParseLogLevel, "Debug: uxInfo: pid: %d, tid: %d", pid, tid);
-    }
-    TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: limitOpRate : %d", i.clusterInfo.limitOpRate);
-    TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: minUclamp : %d", i.clusterInfo.minUclamp);
-    TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: peltHalflife : %d", i.clusterInfo.peltHalflife);
-    TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: isPreferIdle : %d", i.clusterInfo.isPreferIdle);
-    TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: isScreenOff : %d", i.clusterInfo.isScreenOff);
-    for (const auto& [cpu, minFreq] : i.clusterInfo.clusterMinFreq) {
-        TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: cpuNum: %d, minFreq: %d", cpu, minFreq);
-    }
-    for (int32_t index : i.clusterInfo.uclampIndex) {
-        TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: uclamp index: %d", index);
-    }
-    for (int32_t rate : i.clusterInfo.freqRate) {
-        TAVRO_LOGV(kParseLogLevel, "Debug: clusterInfo: freq up/down rate value: %d", rate);
+    TavroBoostPart part = TavroBoostPart::kCondition;
+    for (const TavroBoostKey& key : kTavroBoostKeys) {
+        if (part == TavroBoostPart::kScheduling && key.part != part) {
+            // The thread ids are resolved from the names, not parsed: they close the half.
+            for (int32_t tid : i.uxInfo.tids) TAVRO_LOGV(kParseLogLevel, kLogDumpTid, pid, tid);
+        }
+        part = key.part;
+        const char* line = key.dumpLine;
+        if (line == nullptr) continue;
+        const TavroBoostField& at = key.at;
+        if (at.text != nullptr) TAVRO_LOGV(kParseLogLevel, line, at.text(i)->c_str());
+        if (at.number != nullptr) TAVRO_LOGV(kParseLogLevel, line, *at.number(i));
+        if (at.flag != nullptr) TAVRO_LOGV(kParseLogLevel, line, *at.flag(i) ? 1 : 0);
+        if (at.names != nullptr) {
+            for (const std::string& name : *at.names(i)) {
+                TAVRO_LOGV(kParseLogLevel, line, name.c_str());
+            }
+        }
+        if (at.numbers != nullptr) {
+            for (int32_t n : *at.numbers(i)) TAVRO_LOGV(kParseLogLevel, line, n);
+        }
+        if (at.clusters != nullptr) {
+            for (const auto& [cpu, minFreq] : *at.clusters(i)) {
+                TAVRO_LOGV(kParseLogLevel, line, cpu, minFreq);
+            }
+        }
     }
 }
 

@@ -5,7 +5,6 @@
 #include <log/log.h>
 
 #include "common/TavroLog.h"
-#include "whitelist/TavroWhiteListCacheMgr.h"
 
 namespace android {
 namespace {
@@ -25,15 +24,13 @@ void appendPair(std::vector<int32_t>& out, int32_t opcode, int32_t value) {
 
 }  // namespace
 
-void TavroWhiteListCacheMgr::parseClusterInfo(const TavroClusterInfo& info,
-                                              std::vector<int32_t>& out) {
+void parseClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out) {
     out.clear();
     // Every platform gets the Qualcomm encoding; the MediaTek one is kept but not selected.
     parseQcomClusterInfo(info, out);
 }
 
-void TavroWhiteListCacheMgr::parseQcomClusterInfo(const TavroClusterInfo& info,
-                                                  std::vector<int32_t>& out) {
+void parseQcomClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out) {
     if (info.isPreferIdle) {
         appendPair(out, kQcomOpPreferIdle, 1);
         TAVRO_LOGV(kClusterLogLevel, "%s", kLogEnablePreferIdle);
@@ -54,8 +51,7 @@ void TavroWhiteListCacheMgr::parseQcomClusterInfo(const TavroClusterInfo& info,
     }
 }
 
-void TavroWhiteListCacheMgr::parseMtkClusterInfo(const TavroClusterInfo& info,
-                                                 std::vector<int32_t>& out) {
+void parseMtkClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out) {
     if (info.isPreferIdle) {
         appendPair(out, kMtkOpPreferIdle, 1);
         appendPair(out, kMtkOpPreferIdle2, 1);

@@ -1,9 +1,13 @@
-// CPU-performance resource opcodes that the cluster half of a boost decision is encoded into
-// (TavroWhiteListCacheMgr::parseClusterInfo and friends). The boost service applies the
-// (opcode, value) list as one performance lock; the values are the chip vendors' own.
+// The cluster half of a boost decision as the boost service takes it: a flat list of (opcode,
+// value) pairs of CPU-performance resources, applied as one performance lock. The opcodes are the
+// chip vendors' own. The codec's boost client encodes its decision here; any thread.
 #pragma once
 
 #include <stdint.h>
+
+#include <vector>
+
+#include "whitelist/TavroBoostInfo.h"
 
 namespace android {
 
@@ -27,5 +31,20 @@ constexpr int32_t kMtkOpClusterMinFreqBase = 0x00400000;
 
 // Clusters above this number have no Qualcomm opcode.
 constexpr int32_t kMaxClusterNumber = 7;
+
+// ---- Log texts (tag "TavroWhiteListCache", level 7) ---------------------------------------------
+constexpr char kLogEnablePreferIdle[] = "Enable preferIdle";
+constexpr char kLogClusterMinFreq[] = "Cluster num: %d, cpu min freq: %d";
+constexpr char kLogPeltHalflife[] = "Set pelt hallife: %d";
+constexpr char kLogScreenOff[] = "Enable screen off state";
+
+// Empties `out` and appends the Qualcomm encoding, whatever the platform: the MediaTek encoding
+// is kept, but nothing selects it.
+void parseClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out);
+// Append (opcode, value) pairs; neither clears `out`. Qualcomm: prefer-idle, then the minimum
+// frequency of clusters 0 to 7 in MHz. MediaTek: prefer-idle, pelt half-life, screen-off, the
+// non-negative frequency rates by position, then every cluster's minimum frequency in kHz.
+void parseQcomClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out);
+void parseMtkClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out);
 
 }  // namespace android

@@ -13,7 +13,6 @@
 
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
-#include "whitelist/TavroWhiteListCacheMgr.h"
 
 namespace android {
 namespace {
@@ -114,7 +113,7 @@ void setProcRootForTesting(const std::string& root) {
     procRoot() = root.empty() ? std::string(kProcRootDefault) : root;
 }
 
-std::string TavroWhiteListCacheMgr::getProperty(const std::string& key) {
+std::string getProperty(const std::string& key) {
     char value[PROPERTY_VALUE_MAX] = {};
     const int len = property_get(key.c_str(), value, "");
     if (len < 1) return std::string();
@@ -123,7 +122,10 @@ std::string TavroWhiteListCacheMgr::getProperty(const std::string& key) {
     return std::string(value);
 }
 
-bool TavroWhiteListCacheMgr::getPlatformInfo() {
+bool getPlatformInfo(TavroPlatformInfo& platform) {
+    std::string& vendor = platform.vendor;
+    std::string& soc = platform.soc;
+    std::string& project = platform.project;
     if (!vendor.empty() && !soc.empty() && !project.empty()) return true;
     vendor = getProperty(kPropHardware);
     if (vendor.empty()) {
@@ -144,7 +146,7 @@ bool TavroWhiteListCacheMgr::getPlatformInfo() {
     return true;
 }
 
-bool TavroWhiteListCacheMgr::getThreadName(const std::string& path, std::string& name) {
+bool getThreadName(const std::string& path, std::string& name) {
     if (path.empty()) {
         ALOGE("%s", kLogFilePathEmpty);
         return false;
@@ -161,12 +163,12 @@ bool TavroWhiteListCacheMgr::getThreadName(const std::string& path, std::string&
     return !name.empty();
 }
 
-bool TavroWhiteListCacheMgr::getProcNameByPid(int32_t pid, std::string& name) {
+bool getProcNameByPid(int32_t pid, std::string& name) {
     return getThreadName(procPath(pid, kProcCmdline), name);
 }
 
-bool TavroWhiteListCacheMgr::getThreadIdByName(int32_t pid, const std::vector<std::string>& names,
-                                               std::vector<int32_t>& tids) {
+bool getThreadIdByName(int32_t pid, const std::vector<std::string>& names,
+                       std::vector<int32_t>& tids) {
     TAVRO_LOGV(kProbeLogLevel, kLogThreadIdByName, pid);
     std::string dir = procPath(pid, kProcTask);
     dir.push_back('/');

@@ -80,8 +80,8 @@ void TavroWhiteListCacheMgr::getBoostInfo(int32_t pid, const TavroMediaInfo& med
             uxEntry = getMediaserverBoostInfo(pid, media);
         }
         // One rule serves both halves here; "debug.cpu.boost" does not apply to a media server.
-        getUxInfo(media, uxEntry, ux);
-        getClusterInfo(media, uxEntry, cluster);
+        getUxInfo(mPlatform, media, uxEntry, ux);
+        getClusterInfo(mPlatform, media, uxEntry, cluster);
         return;
     }
 
@@ -91,13 +91,13 @@ void TavroWhiteListCacheMgr::getBoostInfo(int32_t pid, const TavroMediaInfo& med
         reportRejected(rejected);
         rejected.clear();
     }
-    getUxInfo(media, uxEntry, ux);
+    getUxInfo(mPlatform, media, uxEntry, ux);
     // The cluster half follows the app's top activity, and only video codecs get it.
     if (cpuEntry == nullptr && media.isVideo != 0) {
         cpuEntry = getActivityBoostInfo("", media.isEncoder != 0, false, &rejected);
         reportRejected(rejected);
     }
-    getClusterInfo(media, cpuEntry, cluster);
+    getClusterInfo(mPlatform, media, cpuEntry, cluster);
 }
 
 void TavroWhiteListCacheMgr::getBoostInfo(int32_t pid, const TavroMediaInfo& media, TavroUxInfo& ux,
@@ -119,6 +119,10 @@ bool TavroWhiteListCacheMgr::init() {
         mInitStatus = OK;
     }
     return true;
+}
+
+bool TavroWhiteListCacheMgr::getPlatformInfo() {
+    return android::getPlatformInfo(mPlatform);
 }
 
 bool TavroWhiteListCacheMgr::isMediaserver() const {
@@ -375,7 +379,7 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getMediaserverBoost
 
     BoostInfoPtr entry = findActivityBoostInfo(clientName);
     if (entry != nullptr && !entry->boostStrInfo.empty() &&
-        checkPrecondition(media, entry->condition)) {
+        checkPrecondition(mPlatform, media, entry->condition)) {
         TAVRO_LOGV(kCacheLogLevel, kLogFindBoost, clientName.c_str(), entry->boostStrInfo.c_str());
         return entry;
     }
@@ -390,7 +394,7 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getMediaserverBoost
          ++it) {
         const BoostInfoPtr& generic = it->second;
         if (generic == nullptr || generic->boostStrInfo.empty()) continue;
-        if (!checkPrecondition(media, generic->condition)) continue;
+        if (!checkPrecondition(mPlatform, media, generic->condition)) continue;
         TAVRO_LOGV(kCacheLogLevel, kLogFindBoost, it->first.c_str(), generic->boostStrInfo.c_str());
         return generic;
     }
@@ -407,9 +411,7 @@ void TavroWhiteListCacheMgr::resetForTesting() {
     std::lock_guard<std::mutex> guard(mLock);
     mCache = std::make_shared<WhiteListCache>();
     mInitStatus = NO_INIT;
-    vendor.clear();
-    soc.clear();
-    project.clear();
+    mPlatform = TavroPlatformInfo();
     procName.clear();
 }
 

@@ -1,8 +1,10 @@
 // TavroWhiteListCacheMgr: the process-wide boost white list. For a codec being configured it finds
 // the boost rule that applies (debug properties, the maker's list service, built-in defaults),
-// keeps list answers cached for 43201 s, matches the rule's conditions against the media and the
-// device, and hands out the scheduling and CPU-cluster halves of the decision. Called by the
-// codec's boost client on its looper thread; any number of codecs may call at once.
+// keeps list answers cached for 43201 s, and hands out the scheduling and CPU-cluster halves of
+// the decision. It only fetches, caches and looks up: the rules are parsed by parseBoostInfo
+// (TavroBoostInfoParser.h) and matched by checkPrecondition, getUxInfo and getClusterInfo
+// (TavroBoostCondition.h). Called by the codec's boost client on its looper thread; any number
+// of codecs may call at once.
 //
 // Sources, in order of precedence:
 //  - the debug properties "debug.codec.ux" (both halves in the mediaserver scenario, the
@@ -39,9 +41,12 @@
 
 #include <utils/Errors.h>
 
+#include "whitelist/TavroBoostCondition.h"
 #include "whitelist/TavroBoostInfo.h"
+#include "whitelist/TavroBoostInfoParser.h"
 #include "whitelist/TavroClusterParams.h"
 #include "whitelist/TavroMediaInfo.h"
+#include "whitelist/TavroSystemProbe.h"
 
 namespace android {
 
@@ -102,34 +107,6 @@ constexpr char kLogGetMediaserverBoost[] = "Get mediaserver boost info [%s]";
 constexpr char kLogValidMediaserverNumber[] = "Get valid mediaserver boost info number: %zu";
 constexpr char kLogProcNameByPid[] = "Get proc name[%s] by pid[%d]";
 constexpr char kLogFindBoost[] = "Find boost[%s] info[%s]";
-// Parsing.
-constexpr char kLogParseBoostInfo[] = "parseBoostInfo, %s";
-constexpr char kLogKeyValue[] = "key=value: %s";
-constexpr char kLogParseStrByDelim[] = "parseStrByDelim, str: %s, delim: %c";
-// Matching.
-constexpr char kLogConfigStr[] = "Config info: [%s], media info: [%s]";
-constexpr char kLogConfigInt[] = "Config info: [%d], media info: [%d]";
-constexpr char kLogPrecheckCodecId[] = "Precheck, Media codecId: %d, need boost codecId: %d";
-constexpr char kLogPrecheckIsEncoder[] = "Precheck, Media isEncoder: %d, need boost isEncoder: %d";
-constexpr char kLogTrackMismatch[] =
-        "Current track is [%s], target is [%d](1:video, 0: audio, -1:V/A)";
-constexpr char kLogNeedToBoost[] = "Precheck, need to boost[%s]";
-// Probing.
-constexpr char kLogPropertyValue[] = "property[%s] return value[%d]";
-constexpr char kLogNoVendor[] = "Failed to get vendor info";
-constexpr char kLogNoSoc[] = "Failed to get soc info";
-constexpr char kLogNoProject[] = "Failed to get project info";
-constexpr char kLogPlatform[] = "vendor: %s, soc: %s, project: %s";
-constexpr char kLogFilePathEmpty[] = "File path is empty.";
-constexpr char kLogOpenFileFailed[] = "Failed to open file: %s, error: %s";
-constexpr char kLogThreadIdByName[] = "getThreadIdByName, PID: %d";
-constexpr char kLogOpenDirFailed[] = "Fail to open directory[%s]";
-constexpr char kLogMatchThread[] = "Find match thread[%s], id[%s]";
-// Cluster opcodes.
-constexpr char kLogEnablePreferIdle[] = "Enable preferIdle";
-constexpr char kLogClusterMinFreq[] = "Cluster num: %d, cpu min freq: %d";
-constexpr char kLogPeltHalflife[] = "Set pelt hallife: %d";
-constexpr char kLogScreenOff[] = "Enable screen off state";
 
 class TavroWhiteListCacheMgr {
   public:
@@ -186,79 +163,15 @@ class TavroWhiteListCacheMgr {
     // when none fits `media`.
     BoostInfoPtr getMediaserverBoostInfo(int32_t pid, const TavroMediaInfo& media);
 
-    // ---- Boost-info strings (no manager state; any thread) --------------------------------------
+    // ---- Platform
+    // ---------------------------------------------------------------------------------
 
-    // Fills info->condition, info->uxInfo and info->clusterInfo from `str`; never touches
-    // boostStrInfo, isValid, isDefault or cacheTime. An empty string or a null `info` changes
-    // nothing and returns true. Malformed items are skipped and bad numbers read as 0. Returns
-    // false only when "schedVideo" or "schedAudio" is present but not a base-10 int32; the
-    // record then holds a partial parse and must not be used.
-    [[nodiscard]] static bool parseBoostInfo(const std::string& str, const BoostInfoPtr& info);
-    // Splits at ',' into key -> value: first '=' cuts, no trimming, items with an empty key or
-    // value or without '=' are skipped, a later key wins. Keeps entries already in `out`.
-    static void parseKeyValueString(const std::string& str,
-                                    std::map<std::string, std::string>& out);
-    // Splits at `delim`, dropping empty pieces. An empty `str` leaves `out` as it was; otherwise
-    // `out` is replaced.
-    static void parseStrByDelim(const std::string& str, char delim, std::vector<std::string>& out);
-    // Empties `out`, then appends the atoi value of every '+'-separated piece.
-    static void parseNumericString(const std::string& str, std::vector<int32_t>& out);
-    // Replaces `tids` with the ids of the own process's threads named in info->uxInfo.threadName.
-    static void parseBoostThread(const BoostInfoPtr& info, std::vector<int32_t>& tids);
-    // Debug dump of `info` at log level 7.
-    static void printMediaBoostInfo(const BoostInfoPtr& info);
-
-    // ---- Matching (reads the platform triple without a lock: set once by init) ------------------
-
-    // True when a rule's condition fits the device and `media`: platform, then the common media
-    // checks, then the track's limits; false at the first mismatch, explained at log level 7.
-    // Empty strings, zero limits and -1 flags of the condition never exclude.
-    bool checkPrecondition(const TavroMediaInfo& media, const BoostConditionInfo& condition) const;
-    // Only the soc, vendor and project comparisons; `media` is not read.
-    bool checkPlatformInfo(const TavroMediaInfo& media, const BoostConditionInfo& condition) const;
-    // Mime and component lists, bit-rate lower bound, codec id (0 = any), encoder flag (-1 =
-    // either).
-    static bool checkAVCommonInfo(const TavroMediaInfo& media, const BoostConditionInfo& condition);
-    // Video: width x height areas compared as a lower bound; audio: sample rate, sample bits and
-    // channel count. Areas are signed 32-bit products: one that does not fit (only absurd
-    // sizes) is a fatal error of the process, LOG_ALWAYS_FATAL, never a silent wrap.
-    static bool checkAVInfo(const TavroMediaInfo& media, const BoostConditionInfo& condition);
-    // True when `config` or `actual` is empty or `actual` occurs in `config` as a substring.
-    static bool cmpStrConfigParam(const std::string& config, const std::string& actual);
-    // False only when both are >= 1 and actual < config (a lower bound; <= 0 means none/unknown).
-    static bool cmpIntConfigParam(int32_t config, int32_t actual);
-    // Copies the scheduling half of a fitting entry into `ux` (thread names resolved to tids).
-    void getUxInfo(const TavroMediaInfo& media, const BoostInfoPtr& info, TavroUxInfo& ux) const;
-    // Copies the cluster half of a fitting entry into `cluster`: video needs an entry with
-    // isVideo != 0, audio one with isVideo == 0 exactly.
-    void getClusterInfo(const TavroMediaInfo& media, const BoostInfoPtr& info,
-                        TavroClusterInfo& cluster) const;
-
-    // ---- Cluster opcodes (no manager state; any thread) -----------------------------------------
-
-    // Empties `out` and appends the Qualcomm encoding, whatever the platform.
-    static void parseClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out);
-    // Append (opcode, value) pairs; neither clears `out`.
-    static void parseQcomClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out);
-    static void parseMtkClusterInfo(const TavroClusterInfo& info, std::vector<int32_t>& out);
-
-    // ---- Probing --------------------------------------------------------------------------------
-
-    // The property's value; empty when unset or empty.
-    static std::string getProperty(const std::string& key);
-    // Fills vendor, soc and project from "ro.hardware", "ro.build.device_family",
-    // "ro.boot.prjname"; cached once all three are non-empty. A failed step keeps what the earlier
-    // steps read. Writes without a lock: init calls it under mLock.
+    // The platform triple the rules are matched against: filled by init, then never changed, so
+    // it is read without the lock once init has succeeded.
+    const TavroPlatformInfo& platform() const { return mPlatform; }
+    // Fills the platform triple (getPlatformInfo of TavroSystemProbe.h); cached once complete.
+    // Writes without a lock: init calls it under mLock.
     bool getPlatformInfo();
-    // First command-line argument of process `pid` from <proc root>/<pid>/cmdline.
-    static bool getProcNameByPid(int32_t pid, std::string& name);
-    // First line of the file at `path`, cut at its first NUL. False (with `name` untouched) when
-    // the file cannot be opened; false when the line is empty.
-    static bool getThreadName(const std::string& path, std::string& name);
-    // Appends to `tids` the ids of threads of `pid` whose comm contains one of `names` (an empty
-    // name matches every thread). Does not clear `tids`; true when it is non-empty afterwards.
-    static bool getThreadIdByName(int32_t pid, const std::vector<std::string>& names,
-                                  std::vector<int32_t>& tids);
 
     // ---- Test hooks -----------------------------------------------------------------------------
 
@@ -294,11 +207,9 @@ class TavroWhiteListCacheMgr {
     static std::mutex sInstanceLock;
     static TavroWhiteListCacheMgr* sInstance;
 
-    // Platform triple and own process name: written by init under mLock (or by the probes
+    // Platform triple and own process name: written by init under mLock (or by getPlatformInfo
     // called directly), read without the lock once init has succeeded.
-    std::string vendor;
-    std::string soc;
-    std::string project;
+    TavroPlatformInfo mPlatform;
     std::mutex mLock;
     std::string procName;
     std::shared_ptr<WhiteListCache> mCache;     // GUARDED_BY(mLock)

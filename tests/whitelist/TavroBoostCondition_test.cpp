@@ -10,7 +10,6 @@
 namespace android {
 namespace {
 
-using Mgr = TavroWhiteListCacheMgr;
 using test::audio;
 using test::dump;
 using test::encoder;
@@ -25,7 +24,7 @@ class BoostConditionTest : public test::WhiteListWorld {
     }
     static std::shared_ptr<MediaBoostInfo> rule(const std::string& text) {
         auto info = std::make_shared<MediaBoostInfo>();
-        EXPECT_TRUE(Mgr::parseBoostInfo(text, info));
+        EXPECT_TRUE(parseBoostInfo(text, info));
         info->boostStrInfo = text;
         return info;
     }
@@ -47,7 +46,7 @@ TEST_F(BoostConditionTest, Comparisons) {
     };
     for (const auto& c : kStrings) {
         SCOPED_TRACE(std::string(c.config) + " / " + c.actual);
-        EXPECT_EQ(c.want, Mgr::cmpStrConfigParam(c.config, c.actual));
+        EXPECT_EQ(c.want, cmpStrConfigParam(c.config, c.actual));
     }
     const struct {
         int32_t config, actual;
@@ -62,7 +61,7 @@ TEST_F(BoostConditionTest, Comparisons) {
     };
     for (const auto& c : kInts) {
         SCOPED_TRACE(std::to_string(c.config) + " / " + std::to_string(c.actual));
-        EXPECT_EQ(c.want, Mgr::cmpIntConfigParam(c.config, c.actual));
+        EXPECT_EQ(c.want, cmpIntConfigParam(c.config, c.actual));
     }
 }
 
@@ -124,7 +123,8 @@ TEST_F(BoostConditionTest, ConditionTimesMedia) {
         for (int level : {5, 7}) {
             setLogLevel(level);
             host::HostLog::clear();
-            EXPECT_EQ(c.want, mMgr->checkPrecondition(c.media, rule(c.rule)->condition));
+            EXPECT_EQ(c.want,
+                      checkPrecondition(mMgr->platform(), c.media, rule(c.rule)->condition));
             if (c.line != nullptr) {
                 EXPECT_EQ(level == 7 ? 1u : 0u, logged(c.line));
             }
@@ -160,8 +160,8 @@ TEST_F(BoostConditionTest, FillOperationsAndTheirTrackAsymmetry) {
         TavroClusterInfo clusterOut;
         clusterOut.limitOpRate = 77;
         auto info = rule(std::string("isVideo=") + c.isVideo + decision);
-        mMgr->getUxInfo(c.media, info, ux);
-        mMgr->getClusterInfo(c.media, info, clusterOut);
+        getUxInfo(mMgr->platform(), c.media, info, ux);
+        getClusterInfo(mMgr->platform(), c.media, info, clusterOut);
         EXPECT_EQ(c.ux, dump(ux));
         EXPECT_EQ(c.cluster, dump(clusterOut));
     }
@@ -171,8 +171,8 @@ TEST_F(BoostConditionTest, FillOperationsAndTheirTrackAsymmetry) {
     for (const auto& info : {std::shared_ptr<MediaBoostInfo>(), empty}) {
         TavroUxInfo ux;
         TavroClusterInfo clusterOut;
-        mMgr->getUxInfo(video(), info, ux);
-        mMgr->getClusterInfo(video(), info, clusterOut);
+        getUxInfo(mMgr->platform(), video(), info, ux);
+        getClusterInfo(mMgr->platform(), video(), info, clusterOut);
         EXPECT_EQ("", dump(ux) + dump(clusterOut));
     }
 }
@@ -182,13 +182,13 @@ TEST(BoostConditionDeathTest, AreaThatDoesNotFitIn32BitsIsFatal) {
     BoostConditionInfo hugeLimit;
     hugeLimit.limitWidth = 65536;
     hugeLimit.limitHeight = 32768;
-    EXPECT_DEATH(Mgr::checkAVInfo(video(), hugeLimit),
+    EXPECT_DEATH(checkAVInfo(video(), hugeLimit),
                  "Configured area 65536 x 32768 does not fit in 32 bits");
-    EXPECT_DEATH(Mgr::checkAVInfo(video(100000, -100000), BoostConditionInfo()),
+    EXPECT_DEATH(checkAVInfo(video(100000, -100000), BoostConditionInfo()),
                  "Media area 100000 x -100000 does not fit in 32 bits");
     // Just below the limit the areas are compared as usual: 2147418112 is not reached by 1080p.
     hugeLimit.limitHeight = 32767;
-    EXPECT_FALSE(Mgr::checkAVInfo(video(), hugeLimit));
+    EXPECT_FALSE(checkAVInfo(video(), hugeLimit));
 }
 
 }  // namespace

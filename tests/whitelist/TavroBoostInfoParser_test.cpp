@@ -12,7 +12,6 @@
 namespace android {
 namespace {
 
-using Mgr = TavroWhiteListCacheMgr;
 using test::dump;
 
 class BoostInfoGrammarTest : public test::WhiteListWorld {};
@@ -20,7 +19,7 @@ class BoostInfoGrammarTest : public test::WhiteListWorld {};
 // Fields away from their defaults, or "(rejected)".
 std::string parsed(const std::string& text) {
     auto info = std::make_shared<MediaBoostInfo>();
-    return Mgr::parseBoostInfo(text, info) ? dump(*info) : "(rejected)";
+    return parseBoostInfo(text, info) ? dump(*info) : "(rejected)";
 }
 
 TEST_F(BoostInfoGrammarTest, StringToRecord) {
@@ -111,20 +110,20 @@ TEST_F(BoostInfoGrammarTest, StringToRecord) {
 TEST_F(BoostInfoGrammarTest, ParseResetsTheDecisionAndKeepsCacheFieldsOrEmptyChangesNothing) {
     auto info = std::make_shared<MediaBoostInfo>();
     ASSERT_TRUE(
-            Mgr::parseBoostInfo("schedVideo=4,threadName=x,uclampTids=1,cluster1Min=5,"
-                                "swThreads=a,mime=m,freqUpRate=1",
-                                info));
+            parseBoostInfo("schedVideo=4,threadName=x,uclampTids=1,cluster1Min=5,"
+                           "swThreads=a,mime=m,freqUpRate=1",
+                           info));
     info->boostStrInfo = "kept";
     info->isValid = info->isDefault = true;
     info->cacheTime = std::chrono::steady_clock::time_point(std::chrono::seconds(12));
     info->uxInfo.tids = {11};
     const std::string before = dump(*info);
 
-    EXPECT_TRUE(Mgr::parseBoostInfo("", info));
-    EXPECT_TRUE(Mgr::parseBoostInfo("sched=1", nullptr));
+    EXPECT_TRUE(parseBoostInfo("", info));
+    EXPECT_TRUE(parseBoostInfo("sched=1", nullptr));
     EXPECT_EQ(before, dump(*info));
 
-    ASSERT_TRUE(Mgr::parseBoostInfo("x", info));
+    ASSERT_TRUE(parseBoostInfo("x", info));
     EXPECT_EQ("", dump(*info));
     EXPECT_EQ("kept", info->boostStrInfo);
     EXPECT_TRUE(info->isValid && info->isDefault);
@@ -146,7 +145,7 @@ TEST_F(BoostInfoGrammarTest, SplittingHelpers) {
     for (const auto& c : kPairs) {
         SCOPED_TRACE(c.text);
         Map out = c.before;
-        Mgr::parseKeyValueString(c.text, out);
+        parseKeyValueString(c.text, out);
         EXPECT_EQ(c.want, out);
     }
 
@@ -164,7 +163,7 @@ TEST_F(BoostInfoGrammarTest, SplittingHelpers) {
     for (const auto& c : kPieces) {
         SCOPED_TRACE(c.text);
         List out = {"old"};
-        Mgr::parseStrByDelim(c.text, c.delim, out);
+        parseStrByDelim(c.text, c.delim, out);
         EXPECT_EQ(c.want, out);
     }
 
@@ -180,7 +179,7 @@ TEST_F(BoostInfoGrammarTest, SplittingHelpers) {
     for (const auto& c : kNumbers) {
         SCOPED_TRACE(c.text);
         std::vector<int32_t> out = {42};
-        Mgr::parseNumericString(c.text, out);
+        parseNumericString(c.text, out);
         EXPECT_EQ(c.want, out);
     }
 }
@@ -205,7 +204,7 @@ TEST_F(BoostInfoGrammarTest, TraceOnlyAtLevelSeven) {
 
 TEST_F(BoostInfoGrammarTest, DebugDumpListsEveryFieldInOrder) {
     auto info = std::make_shared<MediaBoostInfo>();
-    ASSERT_TRUE(Mgr::parseBoostInfo(
+    ASSERT_TRUE(parseBoostInfo(
             "cpu=S,prj=P,vendor=V,mime=M,comp=C,limitWidth=1,limitHeight=2,bitrate=3,"
             "sampleRate=4,sampleBits=5,channelCount=6,codecId=7,isVideo=1,isEncoder=0,"
             "schedVideo=8,vendorBoost=1,threadName=T,ddrFreq=9,appThreads=A,swThreads=s1+s2,"
@@ -217,8 +216,8 @@ TEST_F(BoostInfoGrammarTest, DebugDumpListsEveryFieldInOrder) {
     info->cacheTime = std::chrono::steady_clock::time_point(std::chrono::milliseconds(61999));
     info->uxInfo.tids = {21};
     setLogLevel(7);
-    Mgr::printMediaBoostInfo(info);
-    Mgr::printMediaBoostInfo(nullptr);
+    printMediaBoostInfo(info);
+    printMediaBoostInfo(nullptr);
 
     std::string got;
     for (const std::string& line : verboseLines()) {
@@ -251,17 +250,17 @@ TEST_F(BoostInfoGrammarTest, ThreadNamesResolveToIdsOfTheOwnProcess) {
     mProc.addThread(pid, "102", "generic");
     mProc.addThread(pid, "103", "binder:1_2");
     auto info = std::make_shared<MediaBoostInfo>();
-    ASSERT_TRUE(Mgr::parseBoostInfo("threadName=Render+generic", info));
+    ASSERT_TRUE(parseBoostInfo("threadName=Render+generic", info));
     std::vector<int32_t> tids = {5};
-    Mgr::parseBoostThread(info, tids);
+    parseBoostThread(info, tids);
     std::sort(tids.begin(), tids.end());
     EXPECT_EQ((std::vector<int32_t>{101, 102}), tids);
 
-    ASSERT_TRUE(Mgr::parseBoostInfo("threadName=", info));  // ignored item: no names
-    Mgr::parseBoostThread(info, tids);
+    ASSERT_TRUE(parseBoostInfo("threadName=", info));  // ignored item: no names
+    parseBoostThread(info, tids);
     EXPECT_TRUE(tids.empty());
     tids = {5};
-    Mgr::parseBoostThread(nullptr, tids);
+    parseBoostThread(nullptr, tids);
     EXPECT_EQ((std::vector<int32_t>{5}), tids);
 }
 

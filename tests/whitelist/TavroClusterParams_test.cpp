@@ -10,7 +10,6 @@
 namespace android {
 namespace {
 
-using Mgr = TavroWhiteListCacheMgr;
 using Ops = std::vector<int32_t>;
 
 TavroClusterInfo withMinFreq(std::map<int32_t, int32_t> minFreq, bool preferIdle = false) {
@@ -75,10 +74,10 @@ TEST(ClusterParamsTest, RecordToOpcodes) {
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         Ops qcom = {1, 2, 3};  // the entry point clears what was there
-        Mgr::parseClusterInfo(c.info, qcom);
+        parseClusterInfo(c.info, qcom);
         EXPECT_EQ(c.qcom, qcom);
         Ops mtk;
-        Mgr::parseMtkClusterInfo(c.info, mtk);
+        parseMtkClusterInfo(c.info, mtk);
         EXPECT_EQ(c.mtk, mtk);
     }
 }
@@ -94,8 +93,8 @@ TEST(ClusterParamsTest, EncodersAppendAndTraceAtLevelSeven) {
     info.isScreenOff = true;
     info.clusterMinFreq = {{9, 100}};
     Ops out = {7, 8};
-    Mgr::parseQcomClusterInfo(info, out);
-    Mgr::parseMtkClusterInfo(info, out);
+    parseQcomClusterInfo(info, out);
+    parseMtkClusterInfo(info, out);
     EXPECT_EQ((Ops{7, 8, 0x40C04000, 1, 0x01404300, 1, 0x01404100, 1, 0x01430100, 4, 0x03400000, 1,
                    0x00400900, 100}),
               out);

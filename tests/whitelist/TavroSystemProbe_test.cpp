@@ -13,13 +13,11 @@
 namespace android {
 namespace {
 
-using Mgr = TavroWhiteListCacheMgr;
-
 class SystemProbeTest : public test::WhiteListWorld {
   protected:
     static std::vector<int32_t> threadIds(int32_t pid, const std::vector<std::string>& names) {
         std::vector<int32_t> tids;
-        Mgr::getThreadIdByName(pid, names, tids);
+        getThreadIdByName(pid, names, tids);
         std::sort(tids.begin(), tids.end());
         return tids;
     }
@@ -28,7 +26,7 @@ class SystemProbeTest : public test::WhiteListWorld {
         BoostConditionInfo c;
         c.vendor = vendor;
         c.soc = soc;
-        return mMgr->checkPlatformInfo(TavroMediaInfo(), c);
+        return checkPlatformInfo(mMgr->platform(), c);
     }
     std::string openFailure(const std::string& relative) const {
         return "Failed to open file: " + mProc.root() + relative +
@@ -39,9 +37,9 @@ class SystemProbeTest : public test::WhiteListWorld {
 TEST_F(SystemProbeTest, GetPropertyReturnsTheValueOrEmpty) {
     host::HostProperties::set("debug.some.key", "value 1");
     host::HostProperties::set("debug.long.key", std::string(300, 'x'));
-    EXPECT_EQ("value 1", Mgr::getProperty("debug.some.key"));
-    EXPECT_EQ("", Mgr::getProperty("debug.unset.key"));
-    EXPECT_EQ(std::string(PROPERTY_VALUE_MAX - 1, 'x'), Mgr::getProperty("debug.long.key"));
+    EXPECT_EQ("value 1", getProperty("debug.some.key"));
+    EXPECT_EQ("", getProperty("debug.unset.key"));
+    EXPECT_EQ(std::string(PROPERTY_VALUE_MAX - 1, 'x'), getProperty("debug.long.key"));
 }
 
 TEST_F(SystemProbeTest, PlatformTripleKeepsPartialFillAndIsCachedWhenComplete) {
@@ -84,14 +82,14 @@ TEST_F(SystemProbeTest, ProcessNameIsTheFirstCommandLineArgument) {
         SCOPED_TRACE(c.name);
         mProc.write("4242/cmdline", c.cmdline);
         std::string name = "stale";
-        EXPECT_EQ(c.ok, Mgr::getProcNameByPid(4242, name));
+        EXPECT_EQ(c.ok, getProcNameByPid(4242, name));
         EXPECT_EQ(c.want, name);
     }
     std::string name = "stale";
-    EXPECT_FALSE(Mgr::getProcNameByPid(777, name));  // no such process: name untouched
+    EXPECT_FALSE(getProcNameByPid(777, name));  // no such process: name untouched
     EXPECT_EQ("stale", name);
     EXPECT_EQ(1u, logged(openFailure("/777/cmdline"), ANDROID_LOG_INFO));
-    EXPECT_FALSE(Mgr::getThreadName("", name));
+    EXPECT_FALSE(getThreadName("", name));
     EXPECT_EQ(1u, logged(kLogFilePathEmpty, ANDROID_LOG_ERROR));
 }
 
@@ -121,12 +119,12 @@ TEST_F(SystemProbeTest, ThreadIdsByName) {
 
     // Ids are appended, and ids already there count for the result.
     std::vector<int32_t> tids = {7};
-    EXPECT_TRUE(Mgr::getThreadIdByName(4242, {"absent"}, tids));
-    EXPECT_TRUE(Mgr::getThreadIdByName(4242, {"loop"}, tids));
+    EXPECT_TRUE(getThreadIdByName(4242, {"absent"}, tids));
+    EXPECT_TRUE(getThreadIdByName(4242, {"loop"}, tids));
     EXPECT_EQ((std::vector<int32_t>{7, 10}), tids);
     tids.clear();
-    EXPECT_FALSE(Mgr::getThreadIdByName(4242, {"absent"}, tids));
-    EXPECT_FALSE(Mgr::getThreadIdByName(999, {""}, tids));
+    EXPECT_FALSE(getThreadIdByName(4242, {"absent"}, tids));
+    EXPECT_FALSE(getThreadIdByName(999, {""}, tids));
     EXPECT_EQ(1u,
               logged("Fail to open directory[" + mProc.root() + "/999/task/]", ANDROID_LOG_ERROR));
 

@@ -1,7 +1,7 @@
-// Boost-info checks. The record itself always comes from the library's parser, so what is printed
-// is what a device would use; the findings come from walking the raw items the way the grammar
-// does (cut at ',', then at the first '=', later keys win) and noting where the text and the
-// reading part ways.
+// Boost-info checks. The record always comes from the library's parser and the items from the
+// library's item walker, both run on the text that actually arrives through the transport, so
+// what is printed is what a device uses. The findings note where the text and that reading part
+// ways, and which keys the matching and the boost request can never use.
 #include "tools/boostinfo/TavroBoostInfoChecker.h"
 
 #include <ctype.h>
@@ -14,75 +14,73 @@
 #include <map>
 #include <memory>
 
+#include <cutils/properties.h>
+
 #include "common/TavroNumber.h"
+#include "whitelist/TavroBoostInfoParser.h"
 #include "whitelist/TavroWhiteListCacheMgr.h"
 
 namespace android {
 
 namespace {
 
-enum class KeyKind { kText, kNameList, kInt, kBool, kStrictInt, kIntList };
+using Severity = TavroBoostInfoFinding::Severity;
 
-struct KeyInfo {
-    const char* key;
-    KeyKind kind;
-};
+// Utilisation clamps are on the scheduler's capacity scale, 0 to 1024 (SCHED_CAPACITY_SCALE);
+// the boost service hands the value to the kernel as written.
+constexpr int32_t kUclampMax = 1024;
+// The uclamp indices select among the codec's own boost thread ids: the app's tp-ux-tid and the
+// configuring thread when the format names a tp-ux-tid, then the looper thread of a video codec.
+constexpr int32_t kCodecBoostThreadsVideo = 3;
+constexpr int32_t kCodecBoostThreadsAudio = 2;
+// Keys whose value the boost request never carries: the cluster half is always encoded with the
+// Qualcomm opcodes (parseClusterInfo), which take prefer-idle and the cluster minimum
+// frequencies only; the MediaTek encoding that would read these is never selected.
+const char* const kNotEncodedKeys[] = {kBoostKeyPelt, kBoostKeyScreenOff, kBoostKeyFreqUpRate,
+                                       kBoostKeyFreqDownRate};
+// Lower bounds of the condition: a configured value below 1 is no bound.
+const char* const kLowerBoundKeys[] = {kBoostKeyBitrate, kBoostKeySampleRate, kBoostKeySampleBits,
+                                       kBoostKeyChannelCount};
+// Characters writers use between items that the grammar does not cut at.
+constexpr char kStraySeparators[] = ";| \t\r\n";
 
-// Every key the parser reads, and how it reads the value.
-const KeyInfo kKeys[] = {
-        {kBoostKeyCpu, KeyKind::kText},
-        {kBoostKeyPrj, KeyKind::kText},
-        {kBoostKeyVendor, KeyKind::kText},
-        {kBoostKeyMime, KeyKind::kText},
-        {kBoostKeyComp, KeyKind::kText},
-        {kBoostKeyLimitWidth, KeyKind::kInt},
-        {kBoostKeyLimitHeight, KeyKind::kInt},
-        {kBoostKeyBitrate, KeyKind::kInt},
-        {kBoostKeySampleRate, KeyKind::kInt},
-        {kBoostKeySampleBits, KeyKind::kInt},
-        {kBoostKeyChannelCount, KeyKind::kInt},
-        {kBoostKeyCodecId, KeyKind::kInt},
-        {kBoostKeyIsVideo, KeyKind::kInt},
-        {kBoostKeyIsEncoder, KeyKind::kInt},
-        {kBoostKeySched, KeyKind::kInt},
-        {kBoostKeySchedVideo, KeyKind::kStrictInt},
-        {kBoostKeySchedAudio, KeyKind::kStrictInt},
-        {kBoostKeyVendorBoost, KeyKind::kBool},
-        {kBoostKeyThreadName, KeyKind::kNameList},
-        {kBoostKeyDdrFreq, KeyKind::kInt},
-        {kBoostKeyAppThreads, KeyKind::kNameList},
-        {kBoostKeySwThreads, KeyKind::kNameList},
-        {kBoostKeyLimitOpRate, KeyKind::kInt},
-        {kBoostKeyMinUclamp, KeyKind::kInt},
-        {kBoostKeyPelt, KeyKind::kInt},
-        {kBoostKeyCountFps, KeyKind::kBool},
-        {kBoostKeyPreferIdle, KeyKind::kBool},
-        {kBoostKeyScreenOff, KeyKind::kBool},
-        {kBoostKeyUclampTids, KeyKind::kIntList},
-        {kBoostKeyFreqUpRate, KeyKind::kIntList},
-        {kBoostKeyFreqDownRate, KeyKind::kIntList},
-};
-
-const KeyInfo* findKey(const std::string& key) {
-    for (const KeyInfo& k : kKeys) {
-        if (key == k.key) return &k;
-    }
-    static const KeyInfo kCluster{"clusterNMin", KeyKind::kInt};
-    for (int32_t n = 0; n <= kBoostMaxClusterKey; ++n) {
-        if (key == kBoostKeyClusterMin[n]) return &kCluster;
-    }
-    return nullptr;
+std::string quoted(const std::string& s) {
+    return "\"" + s + "\"";
 }
 
-// The known key `key` differs from only in case, or "" when none.
-std::string caseInsensitiveMatch(const std::string& key) {
-    for (const KeyInfo& k : kKeys) {
-        if (strcasecmp(key.c_str(), k.key) == 0) return k.key;
+// Control bytes of a rule shown as escapes, so that a message stays one readable line.
+std::string escaped(const std::string& text) {
+    static const char kHex[] = "0123456789abcdef";
+    std::string out;
+    for (char ch : text) {
+        const unsigned char c = static_cast<unsigned char>(ch);
+        if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == 0) {
+            out += "\\0";
+        } else if (c < 0x20 || c == 0x7f) {
+            out += "\\x";
+            out += kHex[c >> 4];
+            out += kHex[c & 0xf];
+        } else {
+            out += ch;
+        }
     }
-    for (int32_t n = 0; n <= kBoostMaxClusterKey; ++n) {
-        if (strcasecmp(key.c_str(), kBoostKeyClusterMin[n]) == 0) return kBoostKeyClusterMin[n];
-    }
-    return "";
+    return out;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string out;
+    for (const std::string& w : words) out += (out.empty() ? "" : ", ") + w;
+    return out;
+}
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
 }
 
 bool hasBlank(const std::string& s) {
@@ -97,6 +95,14 @@ std::string trim(const std::string& s) {
     while (b < e && isspace(static_cast<unsigned char>(s[b]))) ++b;
     while (e > b && isspace(static_cast<unsigned char>(s[e - 1]))) --e;
     return s.substr(b, e - b);
+}
+
+// The known key `key` differs from only in case, or "" when none.
+std::string caseInsensitiveMatch(const std::string& key) {
+    for (const TavroBoostKey& k : kTavroBoostKeys) {
+        if (strcasecmp(key.c_str(), k.name) == 0) return k.name;
+    }
+    return "";
 }
 
 // "cluster<N>Min" with N of 8 or more: a cluster the format has no key for.
@@ -140,27 +146,47 @@ NumberReading readNumber(const std::string& text) {
     return r;
 }
 
+std::vector<std::string> splitList(const std::string& value) {
+    std::vector<std::string> pieces;
+    size_t start = 0;
+    while (true) {
+        size_t plus = value.find(kBoostListDelim, start);
+        pieces.push_back(
+                value.substr(start, plus == std::string::npos ? std::string::npos : plus - start));
+        if (plus == std::string::npos) return pieces;
+        start = plus + 1;
+    }
+}
+
+// Known keys that `text` holds as "key=" right after one of the stray separators, in order.
+std::vector<std::string> keysAfterStraySeparators(const std::string& text) {
+    std::vector<std::string> keys;
+    size_t pos = text.find_first_of(kStraySeparators);
+    while (pos != std::string::npos) {
+        const size_t start = pos + 1;
+        const size_t eq = text.find(kBoostValueDelim, start);
+        if (eq != std::string::npos) {
+            const std::string key = text.substr(start, eq - start);
+            if (findTavroBoostKey(key) != nullptr) keys.push_back(key);
+        }
+        pos = text.find_first_of(kStraySeparators, start);
+    }
+    return keys;
+}
+
 class Checker {
   public:
     explicit Checker(TavroBoostInfoCheck* check) : mCheck(check) {}
 
     void run() {
-        const std::string& text = mCheck->text;
-        if (text.empty()) {
+        if (mCheck->text.empty()) {
             warn("empty-string", "", "the string is empty: the rule gives no boost");
             return;
         }
-        // Pass 1: items as the grammar cuts them; the map keeps the last value of each key.
-        std::vector<std::string> pieces;
-        size_t start = 0;
-        while (true) {
-            size_t comma = text.find(kBoostItemDelim, start);
-            pieces.push_back(text.substr(
-                    start, comma == std::string::npos ? std::string::npos : comma - start));
-            if (comma == std::string::npos) break;
-            start = comma + 1;
-        }
-        // The parser keeps the last value of a key: only that one is checked, at its place.
+        transport();
+
+        // The items as the library's walker cuts them; the parser keeps the last value of a key,
+        // so only that one is checked, at its place.
         struct Item {
             size_t index;
             std::string key;
@@ -169,31 +195,30 @@ class Checker {
         std::vector<Item> items;
         std::map<std::string, std::string> values;
         std::map<std::string, size_t> lastIndex;
-        for (size_t i = 0; i < pieces.size(); ++i) {
-            const std::string& item = pieces[i];
-            const std::string where = "item " + std::to_string(i + 1);
-            if (item.empty()) {
-                warn("empty-item", "",
-                     where + " is empty (',,' or a ',' at either end); it is skipped");
-                continue;
+        forEachBoostItem(mCheck->delivered, [&](const TavroBoostItem& it) {
+            const std::string piece(it.piece);
+            const std::string where = "item " + std::to_string(it.index + 1);
+            switch (it.shape) {
+                case TavroBoostItemShape::kEmpty:
+                    warn("empty-item", "",
+                         where + " is empty (',,' or a ',' at either end); it is skipped");
+                    return;
+                case TavroBoostItemShape::kNoEquals:
+                    warn("no-equals", piece, where + " '" + piece + "' has no '=' and is ignored");
+                    return;
+                case TavroBoostItemShape::kEmptyKey:
+                    warn("empty-key", piece, where + " '" + piece + "' has no key and is ignored");
+                    return;
+                case TavroBoostItemShape::kEmptyValue:
+                    warn("empty-value", piece,
+                         where + " '" + piece +
+                                 "' has no value and is ignored (the key keeps its default)");
+                    return;
+                case TavroBoostItemShape::kItem:
+                    break;
             }
-            const size_t eq = item.find(kBoostValueDelim);
-            if (eq == std::string::npos) {
-                warn("no-equals", item, where + " '" + item + "' has no '=' and is ignored");
-                continue;
-            }
-            const std::string key = item.substr(0, eq);
-            const std::string value = item.substr(eq + 1);
-            if (key.empty()) {
-                warn("empty-key", item, where + " '" + item + "' has no key and is ignored");
-                continue;
-            }
-            if (value.empty()) {
-                warn("empty-value", item,
-                     where + " '" + item +
-                             "' has no value and is ignored (the key keeps its default)");
-                continue;
-            }
+            const std::string key(it.key);
+            const std::string value(it.value);
             auto previous = values.find(key);
             if (previous != values.end()) {
                 warn("duplicate-key", key,
@@ -201,123 +226,210 @@ class Checker {
                              "'");
             }
             values[key] = value;
-            lastIndex[key] = i;
-            items.push_back({i, key, value});
-        }
+            lastIndex[key] = it.index;
+            items.push_back({it.index, key, value});
+        });
 
         for (const Item& item : items) {
-            if (lastIndex[item.key] == item.index) checkKey(item.key, item.value);
+            if (lastIndex[item.key] == item.index) checkItem(item.key, item.value);
         }
-
-        if (values.count(kBoostKeyFreqDownRate) != 0 && values.count(kBoostKeyFreqUpRate) == 0) {
-            warn("lone-freq-down-rate", kBoostKeyFreqDownRate,
-                 "'freqDownRate' without 'freqUpRate': its values become the first entries of "
-                 "freqRate, where up-rates are expected");
-        }
+        effects(values);
     }
 
   private:
-    void add(TavroBoostInfoFinding::Severity severity, const char* code, const std::string& item,
+    void add(Severity severity, const char* code, const std::string& item,
              const std::string& message) {
-        mCheck->findings.push_back({severity, code, item, message});
+        mCheck->findings.push_back({severity, code, escaped(item), escaped(message)});
     }
     void warn(const char* code, const std::string& item, const std::string& message) {
-        add(TavroBoostInfoFinding::Severity::kWarning, code, item, message);
+        add(Severity::kWarning, code, item, message);
+    }
+    void error(const char* code, const std::string& item, const std::string& message) {
+        add(Severity::kError, code, item, message);
+    }
+    bool given(const char* key) const { return mCheck->givenKeys.count(key) != 0; }
+
+    // ---- Transport --------------------------------------------------------------------------
+
+    void transport() {
+        const std::string& text = mCheck->text;
+        const std::string& delivered = mCheck->delivered;
+        if (delivered.size() == text.size()) return;
+        const size_t nul = text.find('\0');
+        std::string head;
+        if (nul != std::string::npos && nul == delivered.size()) {
+            head = "the text holds a NUL byte at offset " + std::to_string(nul) +
+                   ": the library reads the rule only up to it";
+        } else if (mCheck->via == TavroBoostTransport::kList) {
+            head = "the rule is " + std::to_string(text.size()) + " bytes, but a list answer is " +
+                   "read into a " + std::to_string(kBoostInfoBufferSize) +
+                   "-byte buffer (kBoostInfoBufferSize), so " + std::to_string(delivered.size()) +
+                   " bytes and a NUL arrive";
+        } else {
+            head = "the rule is " + std::to_string(text.size()) + " characters, but a property " +
+                   "value holds at most " + std::to_string(delivered.size()) +
+                   " (PROPERTY_VALUE_MAX " + std::to_string(PROPERTY_VALUE_MAX) +
+                   " with its NUL): setprop refuses a longer value, and the library reads at "
+                   "most " +
+                   "the first " + std::to_string(delivered.size());
+        }
+
+        // Where the cut falls, and the keys whose items do not arrive whole.
+        const size_t cut = delivered.size();
+        std::string where;
+        std::vector<std::string> lost;
+        std::set<std::string> arrived;
+        forEachBoostItem(delivered, [&](const TavroBoostItem& it) {
+            if (it.shape == TavroBoostItemShape::kItem) arrived.insert(std::string(it.key));
+        });
+        forEachBoostItem(text, [&](const TavroBoostItem& it) {
+            const size_t end = it.offset + it.piece.size();
+            if (end <= cut) return;
+            if (it.offset < cut && where.empty()) {
+                // The item the cut falls into, and what is left of it.
+                const std::string left = text.substr(it.offset, cut - it.offset);
+                const size_t eq = left.find(kBoostValueDelim);
+                const bool stillAnItem =
+                        eq != std::string::npos && eq != 0 && eq + 1 != left.size();
+                where = "cut inside item " + std::to_string(it.index + 1) + " '" +
+                        std::string(it.piece) + "', " +
+                        (stillAnItem ? "read as '" + left + "'"
+                                     : "of which '" + left + "' is left and ignored");
+                if (stillAnItem) return;
+            } else if (where.empty()) {
+                where = "cut after item " + std::to_string(it.index);
+            }
+            if (it.shape != TavroBoostItemShape::kItem) return;
+            const std::string key(it.key);
+            lost.push_back(key + (arrived.count(key) != 0 ? " (an earlier value counts)" : ""));
+        });
+        std::string message = head + "; " + where;
+        message += lost.empty() ? "; no key is lost" : "; lost: " + joined(lost);
+        error("cut-by-transport", "", message);
     }
 
-    void checkKey(const std::string& key, const std::string& value) {
+    // ---- One item -----------------------------------------------------------------------------
+
+    void checkItem(const std::string& key, const std::string& value) {
         const std::string item = key + "=" + value;
-        const KeyInfo* info = findKey(key);
-        if (info == nullptr) {
-            const std::string trimmed = trim(key);
-            if (hasBlank(key)) {
-                warn("blank-in-key", key,
-                     "key '" + key + "' has blanks" +
-                             (findKey(trimmed) != nullptr ? ", so it is not '" + trimmed + "'"
-                                                          : std::string()) +
-                             "; the item is ignored");
-            } else if (isHighClusterKey(key)) {
-                warn("cluster-key-ignored", key,
-                     "'" + key + "' is ignored: only cluster0Min to cluster7Min exist");
-            } else {
-                const std::string suggestion = caseInsensitiveMatch(key);
-                warn("unknown-key", key,
-                     "unknown key '" + key + "' is ignored" +
-                             (suggestion.empty()
-                                      ? ""
-                                      : " (keys are case-sensitive: '" + suggestion + "'?)"));
-            }
+        const bool keyExplained = separators(key, value);
+        const TavroBoostKey* row = findTavroBoostKey(key);
+        if (row == nullptr) {
+            if (!keyExplained) unknownKey(key);
             return;
         }
         mCheck->givenKeys.insert(key);
-        switch (info->kind) {
-            case KeyKind::kText:
+        switch (row->kind) {
+            case TavroBoostKeyKind::kText:
                 blankValue(key, value);
                 return;
-            case KeyKind::kNameList:
+            case TavroBoostKeyKind::kNameList:
                 blankValue(key, value);
                 emptyPieces(key, value);
+                listSeparator(key, value);
                 return;
-            case KeyKind::kInt:
-            case KeyKind::kBool:
+            case TavroBoostKeyKind::kInt:
+            case TavroBoostKeyKind::kBool:
+            case TavroBoostKeyKind::kClusterKey:
                 number(item, value);
                 if (key == kBoostKeyIsVideo || key == kBoostKeyIsEncoder) flag(key, value);
                 return;
-            case KeyKind::kStrictInt: {
+            case TavroBoostKeyKind::kStrictInt: {
                 int32_t parsed = 0;
                 if (!tavroParseInt32(value, &parsed)) {
-                    add(TavroBoostInfoFinding::Severity::kError, "sched-not-a-number", item,
-                        "'" + item +
-                                "' is not a 32-bit number: the library rejects the whole "
-                                "string (\"Rejected boost info\") and the rule gives no boost");
-                    return;
-                }
-                if (readNumber(value).trailing) {
-                    warn("trailing-text", item,
-                         "'" + item + "' reads as " + std::to_string(parsed) +
-                                 ": the text after the number is ignored");
+                    error("sched-not-a-number", item,
+                          "'" + item +
+                                  "' is not a 32-bit number: the library rejects the whole "
+                                  "string (\"Rejected boost info\") and the rule gives no boost");
+                } else {
+                    number(item, value);
                 }
                 return;
             }
-            case KeyKind::kIntList:
+            case TavroBoostKeyKind::kIntList:
                 emptyPieces(key, value);
-                for (const std::string& piece : split(value)) {
+                listSeparator(key, value);
+                for (const std::string& piece : splitList(value)) {
                     if (!piece.empty()) number(item, piece, " (piece '" + piece + "')");
                 }
                 return;
         }
     }
 
+    void unknownKey(const std::string& key) {
+        if (hasBlank(key)) {
+            const std::string trimmed = trim(key);
+            warn("blank-in-key", key,
+                 "key '" + key + "' has blanks" +
+                         (findTavroBoostKey(trimmed) != nullptr ? ", so it is not '" + trimmed + "'"
+                                                                : std::string()) +
+                         "; the item is ignored");
+        } else if (isHighClusterKey(key)) {
+            warn("cluster-key-ignored", key,
+                 "'" + key + "' is ignored: only cluster0Min to cluster7Min exist");
+        } else {
+            const std::string suggestion = caseInsensitiveMatch(key);
+            warn("unknown-key", key,
+                 "unknown key '" + key + "' is ignored" +
+                         (suggestion.empty()
+                                  ? ""
+                                  : " (keys are case-sensitive: '" + suggestion + "'?)"));
+        }
+    }
+
+    // ';', '|', blanks or a line end where the writer meant ',': what follows is not an item.
+    // True when the key itself is explained as two items run together.
+    bool separators(const std::string& key, const std::string& value) {
+        const std::string item = key + "=" + value;
+        std::vector<std::string> hidden = keysAfterStraySeparators(value);
+        bool inKey = false;
+        // "render;schedVideo=3": the piece before the separator had no '=' and took the key. A
+        // key that merely starts with blanks is reported as such (blank-in-key).
+        const size_t last = key.find_last_of(kStraySeparators);
+        if (hidden.empty() && last != std::string::npos && !trim(key.substr(0, last)).empty() &&
+            findTavroBoostKey(key.substr(last + 1)) != nullptr) {
+            hidden.push_back(key.substr(last + 1));
+            inKey = true;
+        }
+        if (!hidden.empty()) {
+            error("wrong-separator", item,
+                  "'" + item + "': only ',' separates items (not ';', '|', blanks or line ends), " +
+                          "so " + joined(hidden) + (hidden.size() == 1 ? " is" : " are") +
+                          " not read: part of the " + (inKey ? "unknown key '" : "value of '") +
+                          key + "'");
+            return inKey;
+        }
+        if (value.find_first_of("\r\n") != std::string::npos) {
+            warn("newline-in-value", key,
+                 "the value of '" + key + "' holds a line end, which is part of the value");
+        }
+        return false;
+    }
+
     void blankValue(const std::string& key, const std::string& value) {
-        if (trim(value) != value) {
+        if (isBlank(value.front()) || isBlank(value.back())) {
             warn("blank-in-value", key,
                  "the value of '" + key + "' has blanks at an end ('" + value +
                          "'); they take part in the matching");
         }
     }
 
-    static std::vector<std::string> split(const std::string& value) {
-        std::vector<std::string> pieces;
-        size_t start = 0;
-        while (true) {
-            size_t plus = value.find(kBoostListDelim, start);
-            pieces.push_back(value.substr(
-                    start, plus == std::string::npos ? std::string::npos : plus - start));
-            if (plus == std::string::npos) return pieces;
-            start = plus + 1;
-        }
-    }
-
     void emptyPieces(const std::string& key, const std::string& value) {
-        for (const std::string& piece : split(value)) {
+        for (const std::string& piece : splitList(value)) {
             if (piece.empty()) {
                 warn("empty-list-piece", key,
                      "'" + key + "=" + value +
-                             "' has an empty piece between '+' signs; it is "
-                             "skipped");
+                             "' has an empty piece between '+' signs; it is skipped");
                 return;
             }
         }
+    }
+
+    void listSeparator(const std::string& key, const std::string& value) {
+        if (value.find_first_of(";|") == std::string::npos) return;
+        warn("list-separator", key,
+             "'" + key + "=" + value + "': list pieces are separated by '+' only; ';' and '|' " +
+                     "are part of a piece");
     }
 
     // `value` is the whole value, or one piece of a list (named by `piece`).
@@ -341,23 +453,147 @@ class Checker {
         if (v == -1 || v == 0 || v == 1) return;
         if (key == kBoostKeyIsVideo) {
             warn("flag-value", key,
-                 "'isVideo=" + value +
-                         "' is neither 1 (video) nor 0 (audio); it acts as -1 "
+                 "'isVideo=" + value + "' is neither 1 (video) nor 0 (audio); it acts as -1 " +
                          "(either)");
         } else {
             warn("flag-value", key,
-                 "'isEncoder=" + value +
-                         "' is neither 1 (encoder) nor 0 (decoder): no codec "
+                 "'isEncoder=" + value + "' is neither 1 (encoder) nor 0 (decoder): no codec " +
                          "matches it");
+        }
+    }
+
+    // ---- Keys that can never take effect ------------------------------------------------------
+
+    void effects(const std::map<std::string, std::string>& values) {
+        if (!mCheck->accepted) return;
+        const BoostConditionInfo& c = mCheck->record.condition;
+        const TavroClusterInfo& k = mCheck->record.clusterInfo;
+
+        // A rule for one kind of track never reaches a codec of the other kind, and a key read
+        // only for that other kind is dead weight in it.
+        const TavroBoostTrack other = c.isVideo == 0   ? TavroBoostTrack::kVideo
+                                      : c.isVideo == 1 ? TavroBoostTrack::kAudio
+                                                       : TavroBoostTrack::kAny;
+        for (const TavroBoostKey& key : kTavroBoostKeys) {
+            if (other == TavroBoostTrack::kAny || key.track != other || !given(key.name)) continue;
+            const bool video = other == TavroBoostTrack::kVideo;
+            warn(video ? "video-key-on-audio-rule" : "audio-key-on-video-rule", key.name,
+                 std::string("'") + key.name +
+                         "' never takes effect: 'isVideo=" + (video ? "0" : "1") +
+                         "' makes the rule fit " + (video ? "audio" : "video") +
+                         " codecs only, and only " + (video ? "video" : "audio") +
+                         (key.part == TavroBoostPart::kCondition ? " tracks compare it"
+                                                                 : " codecs use it"));
+        }
+
+        for (const char* key : kNotEncodedKeys) {
+            if (!given(key)) continue;
+            warn("not-encoded", key,
+                 std::string("'") + key +
+                         "' never reaches the boost request: the cluster half is always encoded "
+                         "with Qualcomm opcodes, which carry only preferIdle and the cluster "
+                         "minimum frequencies");
+        }
+
+        for (const char* key : kLowerBoundKeys) {
+            if (given(key) && tavroAtoi(values.at(key)) < 0) {
+                warn("negative-value", key,
+                     std::string("'") + key + "=" + values.at(key) +
+                             "' never excludes: a lower bound below 1 is no bound");
+            }
+        }
+        if (given(kBoostKeyLimitOpRate) && k.limitOpRate < 0) {
+            warn("negative-value", kBoostKeyLimitOpRate,
+                 "'limitOpRate=" + values.at(kBoostKeyLimitOpRate) +
+                         "' never gates the cluster half: a limit below 1 is none, so it is "
+                         "sent at start");
+        }
+        for (const auto& [cluster, minFreq] : k.clusterMinFreq) {
+            if (minFreq >= 0) continue;
+            const char* key = kBoostKeyClusterMin[cluster];
+            warn("negative-value", key,
+                 std::string("'") + key + "=" + std::to_string(minFreq) +
+                         "' asks for a negative minimum frequency (" +
+                         std::to_string(minFreq / 1000) + " MHz in the request)");
+        }
+        area();
+        uclamp();
+
+        if (given(kBoostKeyFreqDownRate) != given(kBoostKeyFreqUpRate)) {
+            const bool down = given(kBoostKeyFreqDownRate);
+            warn(down ? "lone-freq-down-rate" : "lone-freq-up-rate",
+                 down ? kBoostKeyFreqDownRate : kBoostKeyFreqUpRate,
+                 down ? "'freqDownRate' without 'freqUpRate': its values become the first entries "
+                        "of freqRate, where up-rates are expected"
+                      : "'freqUpRate' without 'freqDownRate': freqRate holds no down-rate");
+        }
+        if (k.countFps && k.limitOpRate < 1) {
+            warn("count-fps-without-limit", kBoostKeyCountFps,
+                 "'countFps' never takes effect without 'limitOpRate' of 1 or more: the counted "
+                 "frame rate only feeds the operating-rate watch");
+        }
+    }
+
+    // Width x height as the matcher multiplies them, for video tracks only.
+    void area() {
+        if (!given(kBoostKeyLimitWidth) && !given(kBoostKeyLimitHeight)) return;
+        const BoostConditionInfo& c = mCheck->record.condition;
+        const int64_t product = int64_t{c.limitWidth} * c.limitHeight;
+        const std::string text = std::to_string(c.limitWidth) + " x " +
+                                 std::to_string(c.limitHeight) + " = " + std::to_string(product);
+        if (product > std::numeric_limits<int32_t>::max() ||
+            product < std::numeric_limits<int32_t>::min()) {
+            error("area-overflow", kBoostKeyLimitWidth,
+                  "the area limit " + text +
+                          " does not fit 32 bits: the library stops the process when it "
+                          "compares a video codec against this rule");
+        } else if (product < 1) {
+            warn("no-area-limit",
+                 given(kBoostKeyLimitWidth) ? kBoostKeyLimitWidth : kBoostKeyLimitHeight,
+                 "the area limit is limitWidth x limitHeight = " + text +
+                         ": an area below 1 is no limit, so neither key excludes anything");
+        } else if (c.limitWidth < 0) {
+            warn("negative-value", kBoostKeyLimitWidth,
+                 "limitWidth and limitHeight are negative: their product " + text +
+                         " is the area limit");
+        }
+    }
+
+    void uclamp() {
+        const TavroClusterInfo& k = mCheck->record.clusterInfo;
+        if (given(kBoostKeyMinUclamp) && (k.minUclamp < 0 || k.minUclamp > kUclampMax)) {
+            warn("uclamp-range", kBoostKeyMinUclamp,
+                 "'minUclamp=" + std::to_string(k.minUclamp) + "' is outside 0.." +
+                         std::to_string(kUclampMax) +
+                         ", the scheduler's capacity scale: the kernel refuses it");
+        }
+        if (given(kBoostKeyUclampTids) && k.minUclamp == 0) {
+            warn("uclamp-unpaired", kBoostKeyUclampTids,
+                 "'uclampTids' never takes effect without a non-zero 'minUclamp'");
+        }
+        if (k.minUclamp != 0 && k.uclampIndex.empty()) {
+            warn("uclamp-unpaired", kBoostKeyMinUclamp,
+                 "'minUclamp' never takes effect without 'uclampTids' naming threads");
+        }
+        const int32_t threads = mCheck->record.condition.isVideo == 0 ? kCodecBoostThreadsAudio
+                                                                      : kCodecBoostThreadsVideo;
+        std::vector<std::string> dead;
+        for (int32_t index : k.uclampIndex) {
+            if (index < 0 || index >= threads) dead.push_back(std::to_string(index));
+        }
+        if (!dead.empty()) {
+            warn("uclamp-index", kBoostKeyUclampTids,
+                 "uclampTids " + joined(dead) +
+                         " never picks a thread: the indices select among the codec's own boost "
+                         "threads (the app's tp-ux-tid and the configuring thread when the format "
+                         "names a tp-ux-tid, then the looper thread of a video codec), so only 0 "
+                         "to " +
+                         std::to_string(threads - 1) + " can");
         }
     }
 
     TavroBoostInfoCheck* mCheck;
 };
-
-std::string quoted(const std::string& s) {
-    return "\"" + s + "\"";
-}
 
 template <typename T>
 std::string listText(const std::vector<T>& values) {
@@ -372,48 +608,25 @@ std::string listText(const std::vector<T>& values) {
     return "[" + text + "]";
 }
 
-bool startsWithIgnoreCase(const std::string& text, const char* prefix) {
-    return strncasecmp(text.c_str(), prefix, strlen(prefix)) == 0;
-}
-
-// Cuts "k=v,k=v" for the --media and --device descriptions; a bad item is an error.
-bool descriptionPairs(const std::string& text,
-                      std::vector<std::pair<std::string, std::string>>* out, std::string* error) {
-    size_t start = 0;
-    while (start <= text.size()) {
-        size_t comma = text.find(',', start);
-        const std::string item =
-                text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-        if (!item.empty()) {
-            size_t eq = item.find('=');
-            if (eq == std::string::npos || eq == 0) {
-                *error = "'" + item + "': expected key=value";
-                return false;
-            }
-            out->emplace_back(item.substr(0, eq), item.substr(eq + 1));
-        }
-        if (comma == std::string::npos) break;
-        start = comma + 1;
-    }
-    return true;
-}
-
-bool wholeInt32(const std::string& key, const std::string& value, int32_t* out,
-                std::string* error) {
-    const NumberReading r = readNumber(value);
-    if (!r.digits || r.trailing || !r.fits || isspace(static_cast<unsigned char>(value[0]))) {
-        *error = "'" + key + "=" + value + "': expected a whole 32-bit number";
-        return false;
-    }
-    *out = r.value;
-    return true;
-}
-
 }  // namespace
+
+const char* tavroTransportName(TavroBoostTransport via) {
+    return via == TavroBoostTransport::kList ? "list" : "property";
+}
+
+size_t tavroTransportLimit(TavroBoostTransport via) {
+    return (via == TavroBoostTransport::kList ? kBoostInfoBufferSize : PROPERTY_VALUE_MAX) - 1;
+}
+
+std::string tavroDeliveredText(const std::string& text, TavroBoostTransport via) {
+    std::string delivered = text.substr(0, text.find('\0'));
+    if (delivered.size() > tavroTransportLimit(via)) delivered.resize(tavroTransportLimit(via));
+    return delivered;
+}
 
 size_t TavroBoostInfoCheck::warnings() const {
     size_t n = 0;
-    for (const auto& f : findings) n += f.severity == TavroBoostInfoFinding::Severity::kWarning;
+    for (const auto& f : findings) n += f.severity == Severity::kWarning;
     return n;
 }
 
@@ -425,265 +638,89 @@ int TavroBoostInfoCheck::exitStatus() const {
     return errors() > 0 ? 2 : warnings() > 0 ? 1 : 0;
 }
 
-TavroBoostInfoCheck checkTavroBoostInfo(const std::string& text) {
+TavroBoostInfoCheck checkTavroBoostInfo(const std::string& text, TavroBoostTransport via) {
     TavroBoostInfoCheck check;
     check.text = text;
+    check.via = via;
+    check.delivered = tavroDeliveredText(text, via);
     auto record = std::make_shared<MediaBoostInfo>();
-    check.accepted = TavroWhiteListCacheMgr::parseBoostInfo(text, record);
+    check.accepted = parseBoostInfo(check.delivered, record);
     check.record = *record;
-    check.record.boostStrInfo = text;
+    check.record.boostStrInfo = check.delivered;
     Checker(&check).run();
     if (!check.accepted && check.errors() == 0) {
         // The walk above and the library must agree; if they ever do not, the library decides.
-        check.findings.push_back({TavroBoostInfoFinding::Severity::kError, "sched-not-a-number", "",
-                                  "the library rejects this string"});
+        check.findings.push_back(
+                {Severity::kError, "sched-not-a-number", "", "the library rejects this string"});
     }
     return check;
 }
 
+std::vector<TavroRecordField> tavroRecordFields(const TavroBoostInfoCheck& check) {
+    std::vector<TavroRecordField> fields;
+    MediaBoostInfo record = check.record;  // the accessors take a mutable record
+    for (const TavroBoostKey& key : kTavroBoostKeys) {
+        if (key.field == nullptr) continue;
+        bool seen = false;
+        for (TavroRecordField& f : fields) {
+            if (strcmp(f.field, key.field) != 0) continue;
+            seen = true;
+            f.key.clear();  // several keys fill this field
+            f.given = false;
+        }
+        if (seen) continue;
+        TavroRecordField f{&key,     key.part, key.field,
+                           key.name, "",       check.givenKeys.count(key.name) != 0};
+        const TavroBoostField& at = key.at;
+        if (at.text != nullptr) f.value = quoted(*at.text(record));
+        if (at.number != nullptr) f.value = std::to_string(*at.number(record));
+        if (at.flag != nullptr) f.value = *at.flag(record) ? "1" : "0";
+        if (at.names != nullptr) f.value = listText(*at.names(record));
+        if (at.numbers != nullptr) f.value = listText(*at.numbers(record));
+        if (at.clusters != nullptr) {
+            std::string freqs;
+            for (const auto& [cpu, freq] : *at.clusters(record)) {
+                freqs += (freqs.empty() ? "" : ", ") + std::to_string(cpu) + ": " +
+                         std::to_string(freq);
+            }
+            f.value = "{" + freqs + "}";
+        }
+        fields.push_back(f);
+    }
+    return fields;
+}
+
 void printTavroBoostInfoCheck(const TavroBoostInfoCheck& check, std::ostream& out) {
     out << "boost info: " << quoted(check.text) << "\n";
-    auto line = [&](const char* field, const char* key, const std::string& value) {
-        std::string label = field;
-        if (key != nullptr && strcmp(field, key) != 0) label += " (" + std::string(key) + ")";
-        std::string note;
-        if (key != nullptr && check.givenKeys.count(key) == 0) note = "   (not given)";
-        out << "  " << label << std::string(label.size() < 30 ? 30 - label.size() : 1, ' ') << "= "
-            << value << note << "\n";
-    };
+    out << "transport: " << tavroTransportName(check.via) << ", at most "
+        << tavroTransportLimit(check.via) << " bytes arrive: "
+        << (check.delivered.size() == check.text.size()
+                    ? "all " + std::to_string(check.text.size())
+                    : std::to_string(check.delivered.size()) + " of " +
+                              std::to_string(check.text.size()))
+        << "\n";
     if (!check.accepted) {
         out << "record: none; the library rejects this string, so the rule gives no boost\n";
     } else {
-        const BoostConditionInfo& c = check.record.condition;
-        out << "condition:\n";
-        line("soc", kBoostKeyCpu, quoted(c.soc));
-        line("project", kBoostKeyPrj, quoted(c.project));
-        line("vendor", kBoostKeyVendor, quoted(c.vendor));
-        line("mime", kBoostKeyMime, quoted(c.mime));
-        line("component", kBoostKeyComp, quoted(c.component));
-        line("limitWidth", kBoostKeyLimitWidth, std::to_string(c.limitWidth));
-        line("limitHeight", kBoostKeyLimitHeight, std::to_string(c.limitHeight));
-        line("bitrate", kBoostKeyBitrate, std::to_string(c.bitrate));
-        line("sampleRate", kBoostKeySampleRate, std::to_string(c.sampleRate));
-        line("sampleBits", kBoostKeySampleBits, std::to_string(c.sampleBits));
-        line("channelCount", kBoostKeyChannelCount, std::to_string(c.channelCount));
-        line("codecId", kBoostKeyCodecId, std::to_string(c.codecId));
-        line("isVideo", kBoostKeyIsVideo, std::to_string(c.isVideo));
-        line("isEncoder", kBoostKeyIsEncoder, std::to_string(c.isEncoder));
-        const TavroUxInfo& u = check.record.uxInfo;
-        out << "scheduling:\n";
-        line("schedVideo", kBoostKeySchedVideo, std::to_string(u.schedVideo));
-        line("schedAudio", kBoostKeySchedAudio, std::to_string(u.schedAudio));
-        line("needVendorBoost", kBoostKeyVendorBoost, u.needVendorBoost ? "1" : "0");
-        line("threadName", kBoostKeyThreadName, quoted(u.threadName));
-        line("ddrFreq", kBoostKeyDdrFreq, std::to_string(u.ddrFreq));
-        line("appThreads", kBoostKeyAppThreads, quoted(u.appThreads));
-        line("swThreads", kBoostKeySwThreads, listText(u.swThreads));
-        const TavroClusterInfo& k = check.record.clusterInfo;
-        out << "cluster:\n";
-        line("limitOpRate", kBoostKeyLimitOpRate, std::to_string(k.limitOpRate));
-        line("minUclamp", kBoostKeyMinUclamp, std::to_string(k.minUclamp));
-        line("peltHalflife", kBoostKeyPelt, std::to_string(k.peltHalflife));
-        line("countFps", kBoostKeyCountFps, k.countFps ? "1" : "0");
-        line("isPreferIdle", kBoostKeyPreferIdle, k.isPreferIdle ? "1" : "0");
-        line("isScreenOff", kBoostKeyScreenOff, k.isScreenOff ? "1" : "0");
-        line("uclampIndex", kBoostKeyUclampTids, listText(k.uclampIndex));
-        line("freqRate", nullptr, listText(k.freqRate));
-        std::string freqs;
-        for (const auto& [cpu, freq] : k.clusterMinFreq) {
-            freqs +=
-                    (freqs.empty() ? "" : ", ") + std::to_string(cpu) + ": " + std::to_string(freq);
+        static const char* const kPartNames[] = {"condition", "scheduling", "cluster"};
+        int part = -1;
+        for (const TavroRecordField& f : tavroRecordFields(check)) {
+            if (static_cast<int>(f.part) != part) {
+                part = static_cast<int>(f.part);
+                out << kPartNames[part] << ":\n";
+            }
+            std::string label = f.field;
+            if (!f.key.empty() && f.key != f.field) label += " (" + f.key + ")";
+            out << "  " << label << std::string(label.size() < 30 ? 30 - label.size() : 1, ' ')
+                << "= " << f.value << (!f.key.empty() && !f.given ? "   (not given)" : "") << "\n";
         }
-        line("clusterMinFreq", nullptr, "{" + freqs + "}");
     }
     if (!check.findings.empty()) out << "findings:\n";
     for (const TavroBoostInfoFinding& f : check.findings) {
-        out << "  " << (f.severity == TavroBoostInfoFinding::Severity::kError ? "error" : "warning")
-            << " [" << f.code << "] " << f.message << "\n";
+        out << "  " << (f.severity == Severity::kError ? "error" : "warning") << " [" << f.code
+            << "] " << f.message << "\n";
     }
     out << "result: " << check.warnings() << " warning(s), " << check.errors() << " error(s)\n";
-}
-
-bool parseTavroMediaDescription(const std::string& text, TavroMediaInfo* media,
-                                std::string* error) {
-    std::vector<std::pair<std::string, std::string>> pairs;
-    if (!descriptionPairs(text, &pairs, error)) return false;
-    TavroMediaInfo m;
-    bool hasIsVideo = false, hasIsEncoder = false;
-    for (const auto& [key, value] : pairs) {
-        int32_t* field = nullptr;
-        if (key == "mime") {
-            m.mime = value;
-        } else if (key == "comp" || key == "component") {
-            m.component = value;
-        } else if (key == "width") {
-            field = &m.width;
-        } else if (key == "height") {
-            field = &m.height;
-        } else if (key == "bitrate") {
-            field = &m.bitrate;
-        } else if (key == "sampleRate") {
-            field = &m.sampleRate;
-        } else if (key == "sampleBits") {
-            field = &m.sampleBits;
-        } else if (key == "channelCount") {
-            field = &m.channelCount;
-        } else if (key == "codecId") {
-            field = &m.codecId;
-        } else if (key == "isVideo") {
-            field = &m.isVideo, hasIsVideo = true;
-        } else if (key == "isEncoder") {
-            field = &m.isEncoder, hasIsEncoder = true;
-        } else {
-            *error = "unknown media key '" + key +
-                     "' (mime, comp, width, height, bitrate, sampleRate, sampleBits, "
-                     "channelCount, codecId, isVideo, isEncoder)";
-            return false;
-        }
-        if (field != nullptr && !wholeInt32(key, value, field, error)) return false;
-    }
-    if (!hasIsVideo) m.isVideo = startsWithIgnoreCase(m.mime, "video/") ? 1 : 0;
-    if (!hasIsEncoder) m.isEncoder = m.component.find("encoder") != std::string::npos ? 1 : 0;
-    *media = m;
-    return true;
-}
-
-bool parseTavroDeviceDescription(const std::string& text, TavroDeviceDescription* device,
-                                 std::string* error) {
-    std::vector<std::pair<std::string, std::string>> pairs;
-    if (!descriptionPairs(text, &pairs, error)) return false;
-    TavroDeviceDescription d;
-    for (const auto& [key, value] : pairs) {
-        if (key == "cpu" || key == "soc") {
-            d.soc = value;
-        } else if (key == "vendor") {
-            d.vendor = value;
-        } else if (key == "prj" || key == "project") {
-            d.project = value;
-        } else {
-            *error = "unknown device key '" + key + "' (cpu, vendor, prj)";
-            return false;
-        }
-    }
-    *device = d;
-    return true;
-}
-
-TavroConditionVerdict evaluateTavroBoostConditions(const TavroBoostInfoCheck& check,
-                                                   const TavroMediaInfo& media,
-                                                   const TavroDeviceDescription& device) {
-    TavroConditionVerdict v;
-    const BoostConditionInfo& c = check.record.condition;
-    auto step = [&](const char* name, bool pass, std::string detail) {
-        v.steps.push_back({name, pass, std::move(detail)});
-        if (!pass && v.firstFailure.empty()) v.firstFailure = name;
-    };
-    auto text = [&](const char* name, const std::string& config, const std::string& actual,
-                    const char* whose) {
-        const bool pass = TavroWhiteListCacheMgr::cmpStrConfigParam(config, actual);
-        std::string detail;
-        if (config.empty()) {
-            detail = "any (not set)";
-        } else if (actual.empty()) {
-            detail = std::string("the ") + whose + "'s value is unknown, which never excludes";
-        } else {
-            detail = quoted(config) + (pass ? " contains " : " does not contain ") + quoted(actual);
-        }
-        step(name, pass, detail);
-    };
-    auto lowerBound = [&](const char* name, int64_t config, int64_t actual) {
-        const bool pass = config < 1 || actual < 1 || actual >= config;
-        std::string detail = config < 1 ? "no limit"
-                             : actual < 1
-                                     ? "media value unknown (" + std::to_string(actual) +
-                                               "), which never excludes"
-                                     : "media " + std::to_string(actual) + (pass ? " >= " : " < ") +
-                                               "limit " + std::to_string(config);
-        step(name, pass, detail);
-    };
-
-    text("soc", c.soc, device.soc, "device");
-    text("vendor", c.vendor, device.vendor, "device");
-    text("project", c.project, device.project, "device");
-    text("mime", c.mime, media.mime, "media");
-    text("component", c.component, media.component, "media");
-    lowerBound("bitrate", c.bitrate, media.bitrate);
-    step("codecId", c.codecId == 0 || c.codecId == media.codecId,
-         c.codecId == 0 ? "any (0)"
-                        : "media " + std::to_string(media.codecId) + ", rule " +
-                                  std::to_string(c.codecId));
-    step("isEncoder", c.isEncoder == -1 || c.isEncoder == media.isEncoder,
-         c.isEncoder == -1 ? "either (-1)"
-                           : "media " + std::to_string(media.isEncoder) + ", rule " +
-                                     std::to_string(c.isEncoder));
-
-    const bool videoTrack = media.isVideo == 1 && c.isVideo != 0;
-    const bool audioTrack = media.isVideo == 0 && c.isVideo != 1;
-    step("track", videoTrack || audioTrack,
-         std::string("media is ") +
-                 (media.isVideo == 1   ? "video"
-                  : media.isVideo == 0 ? "audio"
-                                       : "neither") +
-                 ", rule wants " +
-                 (c.isVideo == 1   ? "video"
-                  : c.isVideo == 0 ? "audio"
-                                   : "either"));
-    if (videoTrack) {
-        const int64_t limitArea = static_cast<int64_t>(c.limitWidth) * c.limitHeight;
-        const int64_t area = static_cast<int64_t>(media.width) * media.height;
-        const int64_t max = std::numeric_limits<int32_t>::max();
-        const int64_t min = std::numeric_limits<int32_t>::min();
-        if (limitArea > max || limitArea < min || area > max || area < min) {
-            v.fatal = "a width x height area beyond 32 bits: the library aborts the process";
-            return v;
-        }
-        lowerBound("area", limitArea, area);
-    } else if (audioTrack) {
-        lowerBound("sampleRate", c.sampleRate, media.sampleRate);
-        lowerBound("sampleBits", c.sampleBits, media.sampleBits);
-        lowerBound("channelCount", c.channelCount, media.channelCount);
-    }
-
-    // The verdict is the library's; the steps above explain it.
-    bool platform = TavroWhiteListCacheMgr::cmpStrConfigParam(c.soc, device.soc) &&
-                    TavroWhiteListCacheMgr::cmpStrConfigParam(c.vendor, device.vendor) &&
-                    TavroWhiteListCacheMgr::cmpStrConfigParam(c.project, device.project);
-    v.applies = check.accepted && !check.text.empty() && platform &&
-                TavroWhiteListCacheMgr::checkAVCommonInfo(media, c) &&
-                TavroWhiteListCacheMgr::checkAVInfo(media, c);
-    if (!v.applies && v.firstFailure.empty()) {
-        v.firstFailure = check.text.empty() ? "empty string" : "rejected string";
-    }
-    v.uxApplies = v.applies;
-    v.clusterApplies = v.applies && (media.isVideo != 0 ? c.isVideo != 0 : c.isVideo == 0);
-    return v;
-}
-
-void printTavroConditionVerdict(const TavroConditionVerdict& v, const TavroMediaInfo& media,
-                                const TavroDeviceDescription& device, std::ostream& out) {
-    out << "conditions for media {mime=" << media.mime << ", comp=" << media.component
-        << ", isVideo=" << media.isVideo << ", isEncoder=" << media.isEncoder
-        << "} on device {cpu=" << device.soc << ", vendor=" << device.vendor
-        << ", prj=" << device.project << "}:\n";
-    for (const TavroConditionStep& s : v.steps) {
-        out << "  " << (s.pass ? "ok  " : "FAIL") << "  " << s.name
-            << std::string(s.name.size() < 13 ? 13 - s.name.size() : 1, ' ') << s.detail << "\n";
-    }
-    if (!v.fatal.empty()) {
-        out << "verdict: error: " << v.fatal << "\n";
-        return;
-    }
-    if (v.applies) {
-        out << "verdict: the rule applies; scheduling half "
-            << (v.uxApplies ? "applied" : "not applied") << ", cluster half "
-            << (v.clusterApplies ? "applied"
-                                 : "not applied (video rules need isVideo != 0, "
-                                   "audio rules isVideo=0)")
-            << "\n";
-    } else {
-        out << "verdict: the rule does not apply (first failing condition: " << v.firstFailure
-            << ")\n";
-    }
 }
 
 }  // namespace android
