@@ -445,19 +445,39 @@ TEST_F(TavroCCodecConfigureTest, StepsRunInTheirOrder) {
              i32("vendor.qti-ext-cvp-filter-explicit-disable.value", 1), i32("max-bframes", 1),
              white(0x101), i32("vendor.qti-ext-enc-roi-mbmap-info.mb_side_length", 16)});
 
-    // The step trace follows the pipeline.
+    // The step table follows the pipeline: every row once, in its place.
     std::vector<std::string> steps;
-    for (const host::LogRecord& r : host::HostLog::records()) {
-        if (r.message.rfind("configure step ", 0) == 0) {
-            steps.push_back(r.message.substr(15, r.message.find(':') - 15));
-        }
+    for (const TavroConfigureStepResult& r : mHarness->codec()->lastConfigureResults()) {
+        steps.push_back(r.name);
     }
-    EXPECT_EQ((std::vector<std::string>{"setGopAndBitrate", "setBFrame", "configEncoderPriority",
-                                        "configDecoderPriority", "setUsageFlag",
-                                        "configEncoderBitrateSavings", "configEncoderFilter",
-                                        "configEncoderScene", "configureTonemapFilter",
-                                        "configTavroVppType", "setExtParam", "setQtiExtParam",
-                                        "configureInputDelay", "configureSWInputDelay"}),
+    EXPECT_EQ((std::vector<std::string>{"configureBitrateMode",
+                                        "configureOutputDelay",
+                                        "setGopAndBitrate",
+                                        "setBFrame",
+                                        "configEncoderPriority",
+                                        "configDecoderPriority",
+                                        "configureDolbyVision",
+                                        "configureDisableWcg",
+                                        "configureThumbnail",
+                                        "setUsageFlag",
+                                        "configEncoderBitrateSavings",
+                                        "configEncoderFilter",
+                                        "configEncoderScene",
+                                        "configEncoderQpRange",
+                                        "configureInitialQp",
+                                        "configureDolbyByteBuffer",
+                                        "configureTonemapFilter",
+                                        "configureFeedback",
+                                        "setupVideoStutter",
+                                        "configTavroVppType",
+                                        "configureChannelFeedbackId",
+                                        "configureMtkColorConvert",
+                                        "configureBoostThreads",
+                                        "setExtParam",
+                                        "setQtiExtParam",
+                                        "configureInputDelay",
+                                        "configureSWInputDelay",
+                                        "configureBatchMode"}),
               steps);
 
     // A decoder: telemetry first, then feedback, stutter set-up, the interlace check of the
@@ -502,7 +522,7 @@ TEST_F(TavroCCodecConfigureTest, NoListServiceAnswerLeavesTheFormatAlone) {
                            f32("frame-rate", 30.0f), i32("bitrate", 1000000)});
         expectChanges(format, configure(component, format), {});
         if (component == kAvcEncoder) {
-            EXPECT_EQ(1u, stepStatusCount("setBFrame", INVALID_OPERATION));
+            EXPECT_EQ(INVALID_OPERATION, stepResult("setBFrame").status);
         }
     }
 }

@@ -226,13 +226,13 @@ TEST_F(TavroEncoderRateControlTest, OnlyVideoEncodersAreTuned) {
                                     i32("width", 64),        i32("height", 64)};
     runCases("c2.qti.avc.decoder", "video/avc", input, {{"video decoder", lists, {}, {white(0)}}},
              "setBFrame");
-    EXPECT_EQ(1u, stepStatusCount("setUsageFlag", OK));
+    EXPECT_EQ(OK, stepResult("setUsageFlag").status);
     runCases("c2.android.aac.encoder", "audio/mp4a-latm", input + kEncoderFormat,
              {{"audio encoder", lists, {}, {}}}, "setGopAndBitrate");
-    EXPECT_EQ(1u, stepStatusCount("setUsageFlag", OK));
+    EXPECT_EQ(OK, stepResult("setUsageFlag").status);
     for (const char* step : {"configEncoderBitrateSavings", "configEncoderScene",
                              "configEncoderFilter", "configEncoderPriority"}) {
-        EXPECT_EQ(1u, stepStatusCount(step, INVALID_OPERATION)) << step;
+        EXPECT_EQ(INVALID_OPERATION, stepResult(step).status) << step;
     }
 }
 
