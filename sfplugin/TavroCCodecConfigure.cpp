@@ -68,7 +68,7 @@ TavroConfigureContext TavroCCodec::configureContext() const {
     ctx.isVideo = mIsVideo.load();
     ctx.isEncoder = mIsEncoder.load();
     ctx.mime = mMime.c_str();
-    ctx.component = mComponentName.c_str();
+    ctx.component = &mComponentName;
     ctx.processName = mProcessName.c_str();
     ctx.appUid = mCallingUid;
     ctx.appPid = mCallingPid;

@@ -165,7 +165,7 @@ status_t configureFeedback(const TavroConfigureContext& ctx, const sp<AMessage>&
                static_cast<long long>(feedbackId));
 
     if (feedbackId == 0 || !ctx.isVideo) return OK;
-    const AString component(ctx.component);
+    const AString& component = *ctx.component;
     if (!ctx.isEncoder) {
         TavroFeedbackInfo::pushFeedbackInfoAtCodec(feedbackId, true, false, component, format);
     } else if (tavroInListByUid(kListVideoEncoderStatistics, ctx.appUid)) {
@@ -179,7 +179,7 @@ status_t configureFeedback(const TavroConfigureContext& ctx, const sp<AMessage>&
 status_t setupVideoStutter(const TavroConfigureContext& ctx, const sp<AMessage>& format,
                            TavroConfigureOut* out) {
     if (!ctx.isVideo) return tavroNoChange(out, OK, "no change: not video");
-    ctx.analysis->setupVideoStutter(AString(ctx.component), format);
+    ctx.analysis->setupVideoStutter(*ctx.component, format);
     return OK;
 }
 
@@ -202,7 +202,7 @@ status_t configureMtkColorConvert(const TavroConfigureContext& ctx, const sp<AMe
         !format->findInt32(kKeyHeight, &height) || height < 1) {
         return tavroNoChange(out, OK, "no change: no positive width and height");
     }
-    if (!tavroStartsWith(ctx.component, kMtkComponentPrefix)) {
+    if (!tavroStartsWith(ctx.component->c_str(), kMtkComponentPrefix)) {
         return tavroNoChange(out, OK, "no change: not a MediaTek component");
     }
 
@@ -246,7 +246,7 @@ status_t configureBoostThreads(const TavroConfigureContext& ctx, const sp<AMessa
 
 status_t configureBatchMode(const TavroConfigureContext& ctx, const sp<AMessage>& format,
                             TavroConfigureOut* out) {
-    if (strstr(ctx.component, kAacEncoderTag) == nullptr) {
+    if (strstr(ctx.component->c_str(), kAacEncoderTag) == nullptr) {
         return tavroNoChange(out, OK, "no change: not the AAC encoder");
     }
     String8 value;
@@ -255,7 +255,7 @@ status_t configureBatchMode(const TavroConfigureContext& ctx, const sp<AMessage>
     }
     const int32_t slots = property_get_int32(kPropBatchModeSlots, kBatchModeSlotsDefault);
     format->setInt32(kKeyBatchModeNum, slots);
-    TAVRO_LOGI(kLogConfigureBatchMode, __LINE__, ctx.component, slots);
+    TAVRO_LOGI(kLogConfigureBatchMode, __LINE__, ctx.component->c_str(), slots);
     return OK;
 }
 

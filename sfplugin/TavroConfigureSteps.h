@@ -21,6 +21,7 @@
 #include <vector>
 
 #include <media/stagefright/foundation/AMessage.h>
+#include <media/stagefright/foundation/AString.h>
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
 
@@ -32,14 +33,14 @@ class TavroAnalysisFPS;
 // found them. Built by the codec once per configure; the two hand-backs that later steps read
 // (hdrType, feedbackId) are brought up to date by the codec after the step that sets them.
 struct TavroConfigureContext {
-    bool isVideo = false;          // mime begins with "video/", ignoring case
-    bool isEncoder = false;        // the format holds "encoder"
-    const char* mime = "";         // the format's "mime" (the codec's mMime)
-    const char* component = "";    // the allocated component's name
-    const char* processName = "";  // "pkg-name", else the name of this process
-    int64_t appUid = 0;            // "calling-uid" (int64), else this process's uid
-    int64_t appPid = 0;            // "calling-pid" (int64), else this process's pid
-    int64_t binderUid = 0;         // the binder caller of the configure
+    bool isVideo = false;                // mime begins with "video/", ignoring case
+    bool isEncoder = false;              // the format holds "encoder"
+    const char* mime = "";               // the format's "mime" (the codec's mMime)
+    const AString* component = nullptr;  // the allocated component's name, never null
+    const char* processName = "";        // "pkg-name", else the name of this process
+    int64_t appUid = 0;                  // "calling-uid" (int64), else this process's uid
+    int64_t appPid = 0;                  // "calling-pid" (int64), else this process's pid
+    int64_t binderUid = 0;               // the binder caller of the configure
     int64_t binderPid = 0;
     int32_t ownPid = 0;        // this process: lists kept by top activity are asked for it
     int32_t ownTid = 0;        // the configuring thread

@@ -500,6 +500,69 @@ TEST_F(TavroCCodecConfigureTest, StepsRunInTheirOrder) {
               calls);
 }
 
+// What tools print per step: its status, and why it changed nothing (null when it changed
+// something). Each configure replaces the outcomes of the last.
+TEST_F(TavroCCodecConfigureTest, StepResultsSayWhyNothingChanged) {
+    CodecHarness fresh;
+    EXPECT_TRUE(fresh.codec()->lastConfigureResults().empty());
+
+    struct Row {
+        const char* step;
+        status_t status;
+        const char* reason;
+    };
+    struct ResultCase {
+        const char* name;
+        const char* component;
+        const char* mime;
+        std::vector<Key> input;
+        std::vector<Row> rows;
+    };
+    const char* const kNotEncoder = "no change: not a video encoder";
+    const char* const kEmpty = "no change: extension point, empty on this device";
+    // clang-format off
+    const ResultCase cases[] = {
+        {"video encoder without a QP bound", kAvcEncoder, "video/avc", kEncoderFormat, {
+            {"setGopAndBitrate", UNKNOWN_ERROR,
+             "no change: the format has no min-qp-value or max-qp-value"},
+            {"setBFrame", INVALID_OPERATION, "no change: no encoder-b-frame for the top activity"},
+            {"configDecoderPriority", INVALID_OPERATION, "no change: not a video decoder"},
+            {"configureInitialQp", OK, nullptr},
+            {"configTavroVppType", OK, "no change: not a video decoder"},
+            {"setExtParam", OK, "no restore: not a video decoder"},
+            {"setQtiExtParam", OK, kEmpty},
+            {"configureSWInputDelay", OK, kEmpty},
+            {"configureBoostThreads", OK, nullptr}}},
+        {"video decoder", kAvcDecoder, "video/avc", {i64("feedbackKey", 9)}, {
+            {"setGopAndBitrate", OK, kNotEncoder},
+            {"configEncoderFilter", INVALID_OPERATION, kNotEncoder},
+            {"configureFeedback", OK, nullptr},
+            {"setupVideoStutter", OK, nullptr},
+            {"configTavroVppType", OK, nullptr},
+            {"configureChannelFeedbackId", OK, nullptr},
+            {"configureMtkColorConvert", OK, "no change: no positive width and height"},
+            {"setExtParam", OK, "no restore: no decoder-startup-operating-rate for the app"},
+            {"configureBatchMode", OK, "no change: not the AAC encoder"}}},
+    };
+    // clang-format on
+    for (const ResultCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        SetUp();
+        useProcRoot();
+        setLists({byUid("qcom-encode-optimization", kBinderUid)});
+        configure(c.component, appFormat(c.mime, c.input));
+        const std::vector<TavroConfigureStepResult> results =
+                mHarness->codec()->lastConfigureResults();
+        EXPECT_EQ(results.size(), kConfigureStepCount);
+        for (const Row& row : c.rows) {
+            SCOPED_TRACE(row.step);
+            const TavroConfigureStepResult r = stepResult(row.step);
+            EXPECT_EQ(row.status, r.status);
+            EXPECT_STREQ(row.reason, r.reason);
+        }
+    }
+}
+
 TEST_F(TavroCCodecConfigureTest, NoListServiceAnswerLeavesTheFormatAlone) {
     const std::vector<ListEntry> everything = {
             byUid("encoder-bitrate-mode", kBinderUid, "2"),

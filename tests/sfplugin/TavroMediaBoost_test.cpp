@@ -11,9 +11,12 @@
 #include <thread>
 #include <vector>
 
+#include <C2Work.h>
 #include <binder/Parcel.h>
 #include <host/HostLog.h>
 #include <host/HostProperties.h>
+#include <media/MediaCodecBuffer.h>
+#include <media/stagefright/foundation/ABuffer.h>
 #include <tavro/TavroVideoBoost.h>
 
 #include "sfplugin/TavroVideoBoostParams.h"
@@ -136,6 +139,41 @@ TEST_F(TavroMediaBoostTest, WatchdogSendsAndReleasesTheClusterPartAsTheRateMoves
     h->codec()->initiateShutdown(false);
     h->runPending();
     EXPECT_EQ(sentRequests().size(), 4u);
+}
+
+// Each timer chain has its own flag: an encoder's first input starts the frame-rate check, its
+// first finished work the watchdog, which counts works per second; shutdown stops both.
+TEST_F(TavroMediaBoostTest, EncoderWatchdogRunsBesideTheFrameRateCheck) {
+    host::HostProperties::set("debug.tavro.video.log.enable", "6");
+    host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
+    host::HostProperties::set("debug.cpu.boost", "limitOpRate=30,cluster0Min=1804800,isVideo=1");
+    h->allocate("c2.qti.avc.encoder");
+    h->configure(makeFormat("video/avc", {{"encoder", 1}}));
+    h->start();
+    ASSERT_EQ(sentRequests().size(), 1u);  // the thread part: rate 0 is below the limit
+
+    sp<MediaCodecBuffer> input = new MediaCodecBuffer(new AMessage(), new ABuffer(16));
+    ASSERT_EQ(h->channel()->queueInputBuffer(input), OK);
+    for (int i = 0; i < 40; ++i) {
+        auto work = std::make_unique<C2Work>();
+        work->worklets.push_back(std::make_unique<C2Worklet>());
+        h->channel()->onWorkDone(std::move(work), nullptr, nullptr);
+    }
+    h->advanceUs(kSecondUs);
+    // 40 works in the first second reach the limit: the cluster part goes out.
+    std::vector<Sent> sent = sentRequests();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[1].params.clusterParams, (std::vector<int32_t>{0x40800100, 1804}));
+    EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), 1u);
+    EXPECT_EQ(host::HostLog::count("Encoder fps: 40"), 1u);
+    h->advanceUs(kSecondUs);
+    EXPECT_EQ(host::HostLog::count("Encoder fps: 0"), 1u);
+
+    h->codec()->initiateShutdown(false);
+    h->runPending();
+    h->advanceUs(3 * kSecondUs);
+    EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), 2u);
+    EXPECT_EQ(host::HostLog::count("Encoder fps: "), 2u);
 }
 
 TEST_F(TavroMediaBoostTest, RateAlreadyAtTheLimitSendsTheWholeRequestAtStart) {
