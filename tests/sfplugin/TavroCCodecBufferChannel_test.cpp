@@ -9,23 +9,13 @@
 #include <host/HostC2.h>
 
 #include "sfplugin/ClipGenerator.h"
+#include "support/CodecTestHarness.h"
 
 namespace android {
 namespace test {
 namespace {
 
 constexpr int64_t kClockStartNs = host::HostClock::kDefaultManualStartNs;
-
-std::unique_ptr<C2Work> makeWork(uint32_t outFlags, int64_t outFrameIndex = 1,
-                                 int64_t inFrameIndex = 1) {
-    auto work = std::make_unique<C2Work>();
-    work->input.ordinal.frameIndex = c2_cntr64_t(static_cast<uint64_t>(inFrameIndex));
-    auto worklet = std::make_unique<C2Worklet>();
-    worklet->output.flags = static_cast<C2FrameData::flags_t>(outFlags);
-    worklet->output.ordinal.frameIndex = c2_cntr64_t(static_cast<uint64_t>(outFrameIndex));
-    work->worklets.push_back(std::move(worklet));
-    return work;
-}
 
 std::vector<uint8_t> textBytes(const std::string& text, bool terminate = true) {
     std::vector<uint8_t> bytes(text.begin(), text.end());

@@ -11,12 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include <C2Work.h>
 #include <binder/Parcel.h>
 #include <host/HostLog.h>
 #include <host/HostProperties.h>
-#include <media/MediaCodecBuffer.h>
-#include <media/stagefright/foundation/ABuffer.h>
 #include <tavro/TavroVideoBoost.h>
 
 #include "sfplugin/TavroVideoBoostParams.h"
@@ -38,31 +35,12 @@ int32_t ownTid() {
     return static_cast<int32_t>(syscall(SYS_gettid));
 }
 
-// A decoded request sent to the boost service.
-struct Sent {
-    TavroVideoBoost::Request::Kind kind;
-    TavroVideoBoostParams params;
-    TavroVideoTaskBoost task;
-    uint32_t flags = 0;
-};
+using Sent = test::SentBoost;
 
+// Every request the boost service received, each read back from its parcel.
 std::vector<Sent> sentRequests() {
-    std::vector<Sent> out;
-    for (const TavroVideoBoost::Request& r : TavroVideoBoost::requestsForTesting()) {
-        Sent s;
-        s.kind = r.kind;
-        s.flags = r.flags;
-        Parcel parcel;
-        if (r.kind != TavroVideoBoost::Request::kUnboost) {
-            parcel.setData(r.parcel.data(), r.parcel.size());
-            parcel.setDataPosition(0);
-            status_t err = r.kind == TavroVideoBoost::Request::kBoost
-                                   ? s.params.readFromParcel(&parcel)
-                                   : s.task.readFromParcel(&parcel);
-            EXPECT_EQ(err, OK);
-        }
-        out.push_back(s);
-    }
+    std::vector<Sent> out = test::sentBoosts();
+    for (const Sent& s : out) EXPECT_TRUE(s.readable);
     return out;
 }
 
@@ -152,13 +130,8 @@ TEST_F(TavroMediaBoostTest, EncoderWatchdogRunsBesideTheFrameRateCheck) {
     h->start();
     ASSERT_EQ(sentRequests().size(), 1u);  // the thread part: rate 0 is below the limit
 
-    sp<MediaCodecBuffer> input = new MediaCodecBuffer(new AMessage(), new ABuffer(16));
-    ASSERT_EQ(h->channel()->queueInputBuffer(input), OK);
-    for (int i = 0; i < 40; ++i) {
-        auto work = std::make_unique<C2Work>();
-        work->worklets.push_back(std::make_unique<C2Worklet>());
-        h->channel()->onWorkDone(std::move(work), nullptr, nullptr);
-    }
+    ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
+    for (int i = 0; i < 40; ++i) h->channel()->onWorkDone(test::makeWork(), nullptr, nullptr);
     h->advanceUs(kSecondUs);
     // 40 works in the first second reach the limit: the cluster part goes out.
     std::vector<Sent> sent = sentRequests();

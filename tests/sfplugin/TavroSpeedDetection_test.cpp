@@ -77,13 +77,11 @@ TEST_F(SpeedDetectionTest, ClipsWriteTheirRateAndModeChanges) {
         std::vector<std::string> expected;
     };
     const std::string fps30 = fileFps(10, k30Fps);
+    // The thresholds themselves are the detector's (TavroSpeedDetector_test.cpp); these clips
+    // show what the channel writes, and when, as the detector decides.
     // clang-format off
     const Case kCases[] = {
-        // Entering needs 31 samples at 1.2x or more.
-        {"30 frames at 2x stay normal", ClipGenerator().play(30, 30, 2.0), {fps30}},
         {"the 31st frame at 2x enters", ClipGenerator().play(31, 30, 2.0), {fps30, vppMode(30, 1)}},
-        {"1.5x enters as well", ClipGenerator().play(40, 30, 1.5), {fps30, vppMode(30, 1)}},
-        {"1.1x never enters", ClipGenerator().play(200, 30, 1.1), {fps30}},
         // Truncation to ms makes a 30 fps span 333 or 334 ms (30.03 / 29.94): no rewrite either.
         {"steady 30 fps at normal speed", ClipGenerator().play(300, 30, 1.0), {fps30}},
         // Dropped frames have no render-time ratio; the wall-clock ratio carries them.
@@ -100,11 +98,6 @@ TEST_F(SpeedDetectionTest, ClipsWriteTheirRateAndModeChanges) {
         // 40 frames only, however long the fast stretch was.
         {"history is bounded", ClipGenerator().play(500, 30, 2.0).play(47, 30, 1.0),
          {fps30, vppMode(30, 1), vppMode(546, 0)}},
-        // 120 ms of content shown every 100 ms: both ratios are exactly 1.2f. Entering treats it
-        // as fast; leaving only stops above 1.2, so a full history leaves and the next re-enters.
-        {"exactly 1.2 is fast both ways", ClipGenerator().playSteps(54, 120000, 100000),
-         {fileFps(10, rateOfSpan(1200)), vppMode(30, 1), vppMode(50, 0), vppMode(51, 1),
-          vppMode(52, 0), vppMode(53, 1)}},
         // Event 40 is the flush; the next frame finds one sample in fast mode.
         {"flush resets", ClipGenerator().play(40, 30, 2.0).flush().play(35, 30, 2.0),
          {fps30, vppMode(30, 1), vppMode(41, 0), vppMode(71, 1)}},
@@ -113,16 +106,6 @@ TEST_F(SpeedDetectionTest, ClipsWriteTheirRateAndModeChanges) {
         // pts 0 (a loop to the start) empties the history before the sample is added.
         {"loop to zero resets", ClipGenerator().play(40, 30, 2.0).seekTo(0).play(35, 30, 2.0),
          {fps30, vppMode(30, 1), vppMode(40, 0), vppMode(70, 1)}},
-        // Content-rate changes must exceed 1 fps. 5 fps spans 2000 ms, 4 fps 2500 ms: exactly
-        // 1.0 apart, and mixed spans lie between.
-        {"5 to 4 fps is no change", ClipGenerator().play(40, 5, 1.0).play(30, 4, 1.0),
-         {fileFps(10, 5.0f)}},
-        {"4 to 5 fps is no change", ClipGenerator().play(40, 4, 1.0).play(30, 5, 1.0),
-         {fileFps(10, 4.0f)}},
-        // 3.9 fps: the span ending at frame 49 is 10307 - 7800 = 2507 ms, the first one more
-        // than 1 fps below 5.
-        {"5 to 3.9 fps", ClipGenerator().play(40, 5, 1.0).play(30, 3.9, 1.0),
-         {fileFps(10, 5.0f), fileFps(49, rateOfSpan(2507))}},
         // A 31 fps span truncates to 322 ms (31.06 fps): 1.03 from 30.03, which is a change.
         {"30 to 31 fps after truncation", ClipGenerator().play(40, 30, 1.0).play(30, 31, 1.0),
          {fps30, fileFps(50, rateOfSpan(322))}},
