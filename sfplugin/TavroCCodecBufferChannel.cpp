@@ -319,7 +319,7 @@ void TavroCCodecBufferChannel::logSample(const cRenderTimeInfo& s) {
 void TavroCCodecBufferChannel::logSpeedDecision(const TavroSpeedDecision& d) {
     // Only a decision that changes the mode is logged, and the text is built only then.
     if (!d.speedChanged || !tavroLogOn(kTavroLogDebug, kTavroLogDefaultOn)) return;
-    char text[256];
+    char text[1024];  // five pairs of the widest floats fit
     size_t used = 0;
     auto append = [&](int n) {
         if (n > 0) used = std::min(sizeof(text) - 1, used + static_cast<size_t>(n));

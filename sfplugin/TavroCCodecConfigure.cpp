@@ -1,8 +1,10 @@
+#define LOG_NDEBUG 0
+#define LOG_TAG "TavroCCodec"
 // TavroCCodec::initiateConfigureComponent: reads who the client is and what the stream is, walks
 // kConfigureSteps, applies what each step hands back, keeps the outcomes, and hands the enriched
 // format to the base.
-#define LOG_NDEBUG 0
-#define LOG_TAG "TavroCCodec"
+#include "sfplugin/TavroCCodecConfigure.h"
+
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -15,7 +17,6 @@
 #include "common/TavroLog.h"
 #include "sfplugin/TavroCCodec.h"
 #include "sfplugin/TavroCCodecBufferChannel.h"
-#include "sfplugin/TavroCCodecConfigure.h"
 #include "sfplugin/TavroConfigureHelpers.h"
 #include "sfplugin/TavroConfigureSteps.h"
 

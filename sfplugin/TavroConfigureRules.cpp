@@ -1,9 +1,11 @@
+#define LOG_NDEBUG 0
+#define LOG_TAG "TavroCCodec"
 // The configure pipeline's own rules: the rows of kConfigureSteps that are not steps of a group
 // (bitrate mode, output delay, Dolby Vision, wide colour gamut, thumbnails, initial QP, byte-buffer
 // mode, feedback, stutter set-up, the channel's feedback id, MediaTek colour convert, boost
 // threads, AAC batch mode).
-#define LOG_NDEBUG 0
-#define LOG_TAG "TavroCCodec"
+#include "sfplugin/TavroConfigureSteps.h"
+
 #include <string.h>
 
 #include <cutils/properties.h>
@@ -17,7 +19,6 @@
 #include "sfplugin/TavroCCodec.h"
 #include "sfplugin/TavroCCodecConfigure.h"
 #include "sfplugin/TavroConfigureHelpers.h"
-#include "sfplugin/TavroConfigureSteps.h"
 #include "sfplugin/TavroHdrInfo.h"
 #include "whitelist/TavroSystemProbe.h"
 

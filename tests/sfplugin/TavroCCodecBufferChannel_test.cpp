@@ -319,7 +319,8 @@ TEST_F(BufferChannelTest, WorkResultScanActsOnTheFirstMatchOnly) {
         // The text ends at its terminator or at the record's end, whichever comes first.
         {"stutter without terminator ends at the record's end",
          {{kVppStutterInfoIndex, textBytes("abcd"), 12}, kSrOn}, false, {"abcd"}, 0},
-        {"stutter terminated inside the record", {{kVppStutterInfoIndex, textBytes(std::string("ab\0cd", 5))}},
+        {"stutter terminated inside the record",
+         {{kVppStutterInfoIndex, textBytes(std::string("ab\0cd", 5))}},
          false, {"ab"}, 0},
         {"stutter of size 8 has an empty text", {{kVppStutterInfoIndex, {}, 8}, kSrOn}, false,
          {""}, 0},

@@ -511,7 +511,8 @@ TEST_F(TavroCCodecConfigureTest, StepResultsSayWhyNothingChanged) {
         {kAvcDecoder, "configureFeedback", OK, nullptr},
         {kAvcDecoder, "configureChannelFeedbackId", OK, nullptr},
         {kAvcDecoder, "configureMtkColorConvert", OK, "no change: no positive width and height"},
-        {kAvcDecoder, "setExtParam", OK, "no restore: no decoder-startup-operating-rate for the app"},
+        {kAvcDecoder, "setExtParam", OK,
+         "no restore: no decoder-startup-operating-rate for the app"},
         {kAvcDecoder, "configureBatchMode", OK, "no change: not the AAC encoder"},
     };
     // clang-format on
