@@ -35,31 +35,12 @@ int32_t ownTid() {
     return static_cast<int32_t>(syscall(SYS_gettid));
 }
 
-// A decoded request sent to the boost service.
-struct Sent {
-    TavroVideoBoost::Request::Kind kind;
-    TavroVideoBoostParams params;
-    TavroVideoTaskBoost task;
-    uint32_t flags = 0;
-};
+using Sent = test::SentBoost;
 
+// Every request the boost service received, each read back from its parcel.
 std::vector<Sent> sentRequests() {
-    std::vector<Sent> out;
-    for (const TavroVideoBoost::Request& r : TavroVideoBoost::requestsForTesting()) {
-        Sent s;
-        s.kind = r.kind;
-        s.flags = r.flags;
-        Parcel parcel;
-        if (r.kind != TavroVideoBoost::Request::kUnboost) {
-            parcel.setData(r.parcel.data(), r.parcel.size());
-            parcel.setDataPosition(0);
-            status_t err = r.kind == TavroVideoBoost::Request::kBoost
-                                   ? s.params.readFromParcel(&parcel)
-                                   : s.task.readFromParcel(&parcel);
-            EXPECT_EQ(err, OK);
-        }
-        out.push_back(s);
-    }
+    std::vector<Sent> out = test::sentBoosts();
+    for (const Sent& s : out) EXPECT_TRUE(s.readable);
     return out;
 }
 
@@ -136,6 +117,36 @@ TEST_F(TavroMediaBoostTest, WatchdogSendsAndReleasesTheClusterPartAsTheRateMoves
     h->codec()->initiateShutdown(false);
     h->runPending();
     EXPECT_EQ(sentRequests().size(), 4u);
+}
+
+// Each timer chain has its own flag: an encoder's first input starts the frame-rate check, its
+// first finished work the watchdog, which counts works per second; shutdown stops both.
+TEST_F(TavroMediaBoostTest, EncoderWatchdogRunsBesideTheFrameRateCheck) {
+    host::HostProperties::set("debug.tavro.video.log.enable", "6");
+    host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
+    host::HostProperties::set("debug.cpu.boost", "limitOpRate=30,cluster0Min=1804800,isVideo=1");
+    h->allocate("c2.qti.avc.encoder");
+    h->configure(makeFormat("video/avc", {{"encoder", 1}}));
+    h->start();
+    ASSERT_EQ(sentRequests().size(), 1u);  // the thread part: rate 0 is below the limit
+
+    ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
+    for (int i = 0; i < 40; ++i) h->channel()->onWorkDone(test::makeWork(), nullptr, nullptr);
+    h->advanceUs(kSecondUs);
+    // 40 works in the first second reach the limit: the cluster part goes out.
+    std::vector<Sent> sent = sentRequests();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[1].params.clusterParams, (std::vector<int32_t>{0x40800100, 1804}));
+    EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), 1u);
+    EXPECT_EQ(host::HostLog::count("Encoder fps: 40"), 1u);
+    h->advanceUs(kSecondUs);
+    EXPECT_EQ(host::HostLog::count("Encoder fps: 0"), 1u);
+
+    h->codec()->initiateShutdown(false);
+    h->runPending();
+    h->advanceUs(3 * kSecondUs);
+    EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), 2u);
+    EXPECT_EQ(host::HostLog::count("Encoder fps: "), 2u);
 }
 
 TEST_F(TavroMediaBoostTest, RateAlreadyAtTheLimitSendsTheWholeRequestAtStart) {
