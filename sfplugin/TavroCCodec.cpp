@@ -111,12 +111,12 @@ void TavroCCodec::onMessageReceived(const sp<AMessage>& msg) {
             return;
         }
         case kWhatCheckOperatingRate:
-            if (!mIsVideo.load() || !mRateCheckArmed.load()) return;
+            if (!mIsVideo.load() || !mFpsCheckPosted.load()) return;
             checkOperatingRate();
             postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
             return;
         case kWhatCheckFps:
-            if (!mIsVideo.load() || !mFpsCheckArmed.load()) return;
+            if (!mIsVideo.load() || !mFpsCheckPosted.load()) return;
             mAnalysisFPS->sendFPSInfo();
             postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
             return;
@@ -191,8 +191,7 @@ void TavroCCodec::initiateShutdown(bool keepComponentAllocated) {
         }
     }
     // Stops both periodic checks at their next firing.
-    mFpsCheckArmed.store(false);
-    mRateCheckArmed.store(false);
+    mFpsCheckPosted.store(false);
     CCodec::initiateShutdown(keepComponentAllocated);
 }
 

@@ -183,10 +183,13 @@ class TavroCCodec : public CCodec {
     sp<TavroAnalysisFPS> mAnalysisFPS;
     int64_t mFeedbackID = 0;
     // Flags and counters shared by the callers' threads, the buffer path and the looper without a
-    // lock: atomics with relaxed ordering. Each timer chain has its own flag, armed once with
-    // exchange(true) and cleared by shutdown, which stops the chain at its next firing.
-    std::atomic<bool> mFpsCheckArmed{false};      // cFps: armed by the first video input
-    std::atomic<bool> mRateCheckArmed{false};     // cOpt: armed by encoder works or the start
+    // lock: atomics with relaxed ordering.
+    // One flag for both periodic checks: whichever of the first video input (cFps) or the first
+    // counted encoder work (cOpt) flips it starts its chain, so a video encoder, whose first
+    // input comes before its first work, never runs the cOpt chain; both chains keep running
+    // while it stays set and stop at their next firing once shutdown clears it. Flipped with
+    // exchange(true), so only one caller posts.
+    std::atomic<bool> mFpsCheckPosted{false};
     std::atomic<bool> mFirstWorkDone{false};      // set by the work-done bridge
     std::atomic<int32_t> mHdrCheckedWorks{0};     // output works examined by checkHDRType
     std::atomic<int32_t> mHdrType{kHdrTypeNone};  // configure (Dolby Vision) and checkHDRType

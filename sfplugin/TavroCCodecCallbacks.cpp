@@ -42,7 +42,7 @@ void CCodecCallbackImpl::onFirstTunnelFrameReady() {
 
 void TavroCCodecCallbackImpl::onQueueInputBuffer() {
     // Armed once: only the caller that flips the flag posts.
-    if (mCodec->mIsVideo.load() && !mCodec->mFpsCheckArmed.exchange(true)) {
+    if (mCodec->mIsVideo.load() && !mCodec->mFpsCheckPosted.exchange(true)) {
         TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
         mCodec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }
@@ -51,14 +51,14 @@ void TavroCCodecCallbackImpl::onQueueInputBuffer() {
 void TavroCCodecCallbackImpl::onWorkDone(const sp<AMessage>& outputFormat) {
     if (mCodec->mIsVideo.load()) {
         if (!mCodec->mFirstWorkDone.load()) mCodec->mFirstWorkDone.store(true);
-        if (mCodec->mFpsCheckArmed.load()) mCodec->mAnalysisFPS->updateParameters(outputFormat);
+        if (mCodec->mFpsCheckPosted.load()) mCodec->mAnalysisFPS->updateParameters(outputFormat);
     }
     if (!mCodec->mIsEncoder.load()) return;
     // Read without mBoostLock: a reconfigure publishes a new record atomically.
     std::shared_ptr<TavroClusterInfo> cluster = std::atomic_load(&mCodec->mClusterInfo);
     if (cluster && cluster->limitOpRate >= 1) {
         mCodec->mEncodedFrames.fetch_add(1);
-        if (!mCodec->mRateCheckArmed.exchange(true)) {
+        if (!mCodec->mFpsCheckPosted.exchange(true)) {
             mCodec->postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
         }
     }
@@ -76,7 +76,7 @@ void TavroCodecCallbackImpl::onEmptyBuffer(int64_t timestamp) {
     sp<TavroCCodec> codec = mCodec.promote();
     if (codec == nullptr) return;
     if (codec->mProcessName == kProcessNoSurfaceAnalysis) return;
-    if (codec->mIsVideo.load() && !codec->mFpsCheckArmed.exchange(true)) {
+    if (codec->mIsVideo.load() && !codec->mFpsCheckPosted.exchange(true)) {
         TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
         codec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }

@@ -234,7 +234,9 @@ void TavroCCodec::startMediaBoost() {
         // The cluster part waits for the watchdog to see the rate reach the limit.
         TAVRO_LOGV(kTavroLogVerbose, "Operating rate[%d] < mClusterInfo->limitOpRate[%d]", rate,
                    limit);
-        if (countFps && mIsVideo.load() && !mIsEncoder.load() && !mRateCheckArmed.exchange(true)) {
+        // Posted whether or not a chain already runs: the firing keeps going only while the
+        // periodic checks are on (mFpsCheckPosted), and a doubled chain is harmless.
+        if (countFps && mIsVideo.load() && !mIsEncoder.load()) {
             postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
         }
         executeMediaBoost(kBoostSendThreads);

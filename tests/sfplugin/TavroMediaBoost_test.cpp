@@ -119,34 +119,56 @@ TEST_F(TavroMediaBoostTest, WatchdogSendsAndReleasesTheClusterPartAsTheRateMoves
     EXPECT_EQ(sentRequests().size(), 4u);
 }
 
-// Each timer chain has its own flag: an encoder's first input starts the frame-rate check, its
-// first finished work the watchdog, which counts works per second; shutdown stops both.
-TEST_F(TavroMediaBoostTest, EncoderWatchdogRunsBesideTheFrameRateCheck) {
-    host::HostProperties::set("debug.tavro.video.log.enable", "6");
-    host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
-    host::HostProperties::set("debug.cpu.boost", "limitOpRate=30,cluster0Min=1804800,isVideo=1");
-    h->allocate("c2.qti.avc.encoder");
-    h->configure(makeFormat("video/avc", {{"encoder", 1}}));
-    h->start();
-    ASSERT_EQ(sentRequests().size(), 1u);  // the thread part: rate 0 is below the limit
+// One flag runs both periodic checks, so whichever comes first decides: an encoder whose first
+// input comes before its first counted work runs the frame-rate check and never the watchdog (its
+// cluster part stays unsent); one whose works come first runs the watchdog, which counts works per
+// second and sends the cluster part once the limit is reached. Shutdown stops either chain.
+TEST_F(TavroMediaBoostTest, EncoderTimerChainsShareOneFlag) {
+    struct Case {
+        const char* name;
+        bool inputFirst;
+        size_t sentAfterOneSecond;
+        size_t fpsChecks;   // sendFPSInfo calls after two seconds
+        size_t encoderFps;  // "Encoder fps: " lines after two seconds
+    };
+    const Case kCases[] = {
+            {"input first: frame-rate check only", true, 1, 2, 0},
+            {"works first: watchdog only", false, 2, 0, 2},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        h.reset();
+        SetUp();
+        host::HostProperties::set("debug.tavro.video.log.enable", "6");
+        host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
+        host::HostProperties::set("debug.cpu.boost",
+                                  "limitOpRate=30,cluster0Min=1804800,isVideo=1");
+        h->allocate("c2.qti.avc.encoder");
+        h->configure(makeFormat("video/avc", {{"encoder", 1}}));
+        h->start();
+        ASSERT_EQ(sentRequests().size(), 1u);  // the thread part: rate 0 is below the limit
 
-    ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
-    for (int i = 0; i < 40; ++i) h->channel()->onWorkDone(test::makeWork(), nullptr, nullptr);
-    h->advanceUs(kSecondUs);
-    // 40 works in the first second reach the limit: the cluster part goes out.
-    std::vector<Sent> sent = sentRequests();
-    ASSERT_EQ(sent.size(), 2u);
-    EXPECT_EQ(sent[1].params.clusterParams, (std::vector<int32_t>{0x40800100, 1804}));
-    EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), 1u);
-    EXPECT_EQ(host::HostLog::count("Encoder fps: 40"), 1u);
-    h->advanceUs(kSecondUs);
-    EXPECT_EQ(host::HostLog::count("Encoder fps: 0"), 1u);
+        if (c.inputFirst) {
+            ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
+        }
+        for (int i = 0; i < 40; ++i) h->channel()->onWorkDone(test::makeWork(), nullptr, nullptr);
+        h->advanceUs(kSecondUs);
+        std::vector<Sent> sent = sentRequests();
+        ASSERT_EQ(sent.size(), c.sentAfterOneSecond);
+        if (sent.size() == 2) {
+            EXPECT_EQ(sent[1].params.clusterParams, (std::vector<int32_t>{0x40800100, 1804}));
+            EXPECT_EQ(host::HostLog::count("Encoder fps: 40"), 1u);
+        }
+        h->advanceUs(kSecondUs);
+        EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), c.fpsChecks);
+        EXPECT_EQ(host::HostLog::count("Encoder fps: "), c.encoderFps);
 
-    h->codec()->initiateShutdown(false);
-    h->runPending();
-    h->advanceUs(3 * kSecondUs);
-    EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), 2u);
-    EXPECT_EQ(host::HostLog::count("Encoder fps: "), 2u);
+        h->codec()->initiateShutdown(false);
+        h->runPending();
+        h->advanceUs(3 * kSecondUs);
+        EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), c.fpsChecks);
+        EXPECT_EQ(host::HostLog::count("Encoder fps: "), c.encoderFps);
+    }
 }
 
 TEST_F(TavroMediaBoostTest, RateAlreadyAtTheLimitSendsTheWholeRequestAtStart) {
