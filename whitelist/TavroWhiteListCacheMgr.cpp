@@ -227,6 +227,8 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getProcBoostInfo(
         return slot;
     }
 
+    // Asked with mLock held: a codec of this process that arrives meanwhile waits, then finds the
+    // refreshed entry instead of asking again.
     char buffer[kBoostInfoBufferSize] = {};
     const bool ret = ListServiceUtils::getInstance()->getListValueByUid(
             kListMediaSchedBoost, static_cast<int64_t>(getuid()), buffer, sizeof(buffer));
@@ -279,6 +281,7 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getActivityBoostInf
         return entry;
     }
 
+    // Asked with mLock held, as the process entry is: no two refreshes of the cache overlap.
     char buffer[kBoostInfoBufferSize] = {};
     ListServiceUtils* service = ListServiceUtils::getInstance();
     const bool ret = byName ? service->getListValueByName(kListMediaserverBoost, name.c_str(),
