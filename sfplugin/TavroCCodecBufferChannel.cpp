@@ -159,8 +159,10 @@ status_t TavroCCodecBufferChannel::discardBuffer(const sp<MediaCodecBuffer>& buf
 
 void TavroCCodecBufferChannel::flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) {
     TAVRO_LOGV(kTavroLogVerbose, "flush");
-    std::lock_guard<std::mutex> lock(mLock);
+    Mutex::Autolock lock(mLock);
     mDetector.clear();
+    // The platform flush is called with mLock held: emptying the history and dropping the
+    // platform's buffers are one step that no render or discard sample interleaves with.
     CCodecBufferChannel::flush(flushedWork);
 }
 
@@ -340,7 +342,7 @@ void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render)
     const uint64_t sys = monotonicMs();
     cRenderTimeInfo newest;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         mDetector.addSample(pts, render, sys);
         newest = mDetector.newest();
     }
@@ -350,7 +352,7 @@ void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render)
 bool TavroCCodecBufferChannel::isSpeedChanged() {
     TavroSpeedDecision d;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         d = mDetector.decideSpeed();
     }
     logSpeedDecision(d);
@@ -358,7 +360,7 @@ bool TavroCCodecBufferChannel::isSpeedChanged() {
 }
 
 bool TavroCCodecBufferChannel::isFileFpsChanged() {
-    std::lock_guard<std::mutex> lock(mLock);
+    Mutex::Autolock lock(mLock);
     return mDetector.checkFileFps();
 }
 
@@ -366,13 +368,13 @@ void TavroCCodecBufferChannel::setFFmode() {
     bool fileFpsChanged;
     float fileFps;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         fileFpsChanged = mDetector.checkFileFps();
         fileFps = mDetector.fileFps();
     }
     TavroSpeedDecision d;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         d = mDetector.decideSpeed();
     }
     logSpeedDecision(d);
@@ -386,7 +388,7 @@ void TavroCCodecBufferChannel::onRenderSample(uint64_t pts, uint64_t render) {
     TavroSpeedDecision d;
     cRenderTimeInfo newest;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         d = mDetector.onSample(pts, render, sys);
         newest = mDetector.newest();
     }
@@ -404,7 +406,7 @@ void TavroCCodecBufferChannel::actOnDecision(const TavroSpeedDecision& d) {
         if (d.speedChanged && mAnalysisFPS != nullptr && mAnalysisFPS->getVideoScanType() != 0) {
             uint32_t newFF;
             {
-                std::lock_guard<std::mutex> lock(mLock);
+                Mutex::Autolock lock(mLock);
                 newFF = mDetector.fastMode() ? 0 : 1;
                 mDetector.setFastMode(newFF != 0);
             }
@@ -418,7 +420,7 @@ void TavroCCodecBufferChannel::actOnDecision(const TavroSpeedDecision& d) {
         // The component refused the last write: the mode must not stay out of step with it.
         uint32_t mode;
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            Mutex::Autolock lock(mLock);
             mode = mDetector.fastMode() ? 1 : 0;
         }
         mLastSetParamStatus.store(writeVendorParamU32(kVppModeParamIndex, mode),
