@@ -17,6 +17,7 @@
 #include <utils/String8.h>
 #include <utils/Timers.h>
 
+#include "common/TavroClaim.h"
 #include "common/TavroLog.h"
 
 namespace android {
@@ -66,7 +67,7 @@ TavroCCodecBufferChannel::~TavroCCodecBufferChannel() = default;
 // ---- Buffer hooks ----------------------------------------------------------------------------
 
 status_t TavroCCodecBufferChannel::queueInputBuffer(const sp<MediaCodecBuffer>& buffer) {
-    if (!mFirstInputDone.exchange(true)) {
+    if (tavroClaimOnce(mFirstInputDone)) {
         if (mAnalysisFPS != nullptr) {
             sp<AMessage> msg = new AMessage();
             msg->setInt64(kKeyFirstInputTime, systemTime(SYSTEM_TIME_MONOTONIC));
@@ -106,7 +107,7 @@ status_t TavroCCodecBufferChannel::queueSecureInputBuffer(
         const sp<MediaCodecBuffer>& buffer, bool secure, const uint8_t* key, const uint8_t* iv,
         CryptoPlugin::Mode mode, CryptoPlugin::Pattern pattern,
         const CryptoPlugin::SubSample* subSamples, size_t numSubSamples, AString* errorDetailMsg) {
-    if (!mFirstInputDone.exchange(true) && mAnalysisFPS != nullptr) {
+    if (tavroClaimOnce(mFirstInputDone) && mAnalysisFPS != nullptr) {
         sp<AMessage> msg = new AMessage();
         msg->setInt64(kKeyFirstInputTime, systemTime(SYSTEM_TIME_MONOTONIC));
         mAnalysisFPS->updateParameters(msg);
@@ -142,7 +143,7 @@ status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>
                        static_cast<uint64_t>(timestampNs / 1000000));
     }
     const status_t err = CCodecBufferChannel::renderOutputBuffer(buffer, timestampNs);
-    if (!mFirstFrameRendered.exchange(true) && mAnalysisFPS != nullptr) {
+    if (tavroClaimOnce(mFirstFrameRendered) && mAnalysisFPS != nullptr) {
         mAnalysisFPS->reportFirstFrameTime(systemTime(SYSTEM_TIME_MONOTONIC));
     }
     return err;
@@ -196,7 +197,7 @@ void TavroCCodecBufferChannel::onWorkDone(std::unique_ptr<C2Work> work,
 
     if (worklet != nullptr) scanWorkResults(*worklet);
 
-    if (worklet != nullptr && outFlags != kWorkFlagIncomplete && !mFirstOutputDone.exchange(true) &&
+    if (worklet != nullptr && outFlags != kWorkFlagIncomplete && tavroClaimOnce(mFirstOutputDone) &&
         mAnalysisFPS != nullptr) {
         sp<AMessage> msg = new AMessage();
         msg->setInt64(kKeyFirstOutputTime, systemTime(SYSTEM_TIME_MONOTONIC));
