@@ -443,17 +443,10 @@ class Player {
         if (desc != nullptr) worklet->output.flags = C2FrameData::flags_t(desc->flags);
         if (desc == nullptr || desc->hasBuffer) {
             auto buffer = std::make_shared<C2Buffer>();
-            if (desc != nullptr && desc->hdr.hasColorAspects) {
-                std::vector<uint8_t> payload;
-                for (uint32_t v :
-                     {desc->hdr.range, desc->hdr.primaries, desc->hdr.transfer, desc->hdr.matrix}) {
-                    for (int i = 0; i < 4; ++i)
-                        payload.push_back(static_cast<uint8_t>(v >> (8 * i)));
+            if (desc != nullptr) {
+                for (const std::shared_ptr<C2Info>& info : tavroOutputInfos(desc->hdr)) {
+                    buffer->setInfo(info);
                 }
-                buffer->setInfo(host::makeC2Info(kColorAspectsInfoIndex, payload));
-            }
-            if (desc != nullptr && desc->hdr.hasHdr10Plus) {
-                buffer->setInfo(host::makeC2Info(kHdr10PlusInfoIndex, desc->hdr.hdr10Plus));
             }
             worklet->output.buffers.push_back(buffer);
         }
@@ -613,7 +606,7 @@ class Player {
     // 1e6 / (F * S) µs after the one before it (input, output, then render or drop), the clock
     // and the timers moving along.
     void playClip(const TavroScenarioEvent& e, Json fields) {
-        const int64_t frameUs = std::llround(1e6 / e.fps);
+        const int64_t frameUs = tavroClipFramePtsUs(e.fps, 1);
         const int64_t startUs = e.hasStartUs ? e.startUs : mPlayedFrames ? mLastPtsUs + frameUs : 0;
         fields["count"] = e.count;
         fields["fps"] = e.fps;
@@ -626,7 +619,7 @@ class Player {
         const CCodecBufferChannel::Counters before = channel()->countersForTesting();
         int64_t clockUs = 0;
         for (int32_t i = 0; i < e.count; ++i) {
-            const int64_t pts = startUs + std::llround(static_cast<double>(i) * 1e6 / e.fps);
+            const int64_t pts = startUs + tavroClipFramePtsUs(e.fps, i);
             queueInput(pts, e.bytes);
             finishWork(nullptr, pts);
             if (!e.renderFrames) {
@@ -637,7 +630,7 @@ class Player {
                 render(pts, host::HostClock::now());
             }
             runPending();
-            const int64_t next = std::llround(static_cast<double>(i + 1) * 1e6 / (e.fps * e.speed));
+            const int64_t next = tavroClipFrameClockUs(e.fps, e.speed, i + 1);
             mLooper->advanceForTesting(next - clockUs);
             clockUs = next;
         }
@@ -667,6 +660,19 @@ class Player {
 };
 
 }  // namespace
+
+std::vector<std::shared_ptr<C2Info>> tavroOutputInfos(const TavroHdrDescription& hdr) {
+    std::vector<std::shared_ptr<C2Info>> infos;
+    if (hdr.hasColorAspects) {
+        std::vector<uint8_t> payload;
+        for (uint32_t v : {hdr.range, hdr.primaries, hdr.transfer, hdr.matrix}) {
+            for (int i = 0; i < 4; ++i) payload.push_back(static_cast<uint8_t>(v >> (8 * i)));
+        }
+        infos.push_back(host::makeC2Info(kColorAspectsInfoIndex, payload));
+    }
+    if (hdr.hasHdr10Plus) infos.push_back(host::makeC2Info(kHdr10PlusInfoIndex, hdr.hdr10Plus));
+    return infos;
+}
 
 bool playTavroScenario(const TavroScenario& scenario, const TavroSimOptions& options,
                        TavroTraceSink* sink, std::string* error) {

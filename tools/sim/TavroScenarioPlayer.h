@@ -11,7 +11,11 @@
 #include <stdint.h>
 
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
+
+#include <C2Param.h>
 
 #include "tools/sim/TavroScenario.h"
 #include "tools/sim/TavroTrace.h"
@@ -37,5 +41,9 @@ struct TavroSimOptions {
 // accepted always plays to its end, unless the library stops the process.
 bool playTavroScenario(const TavroScenario& scenario, const TavroSimOptions& options,
                        TavroTraceSink* sink, std::string* error);
+
+// The infos an output buffer described by `hdr` carries, as the player attaches them: colour
+// aspects (range, primaries, transfer, matrix as little-endian uint32), then dynamic metadata.
+std::vector<std::shared_ptr<C2Info>> tavroOutputInfos(const TavroHdrDescription& hdr);
 
 }  // namespace android
