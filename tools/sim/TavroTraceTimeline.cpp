@@ -70,10 +70,13 @@ class TrackEvents {
         mEvents[i].ph = 'X';
         return i;
     }
+    // Ends a slice. One that lasted no time becomes an instant: viewers that turn slices into
+    // begin and end events sort such an end before its begin when the next slice starts then.
     void close(size_t* slice, int64_t ts) {
         if (*slice == kNone) return;
         Event& e = mEvents[*slice];
         e.dur = std::max<int64_t>(ts - e.ts, 0);
+        if (e.dur == 0) e.ph = 'i';
         *slice = kNone;
     }
     size_t counter(int64_t ts, const std::string& name, const std::string& key, double value) {
