@@ -233,7 +233,8 @@ class Player {
 
     void setUpWorld() {
         host::HostClock::useManual();
-        mTaps = std::make_unique<TavroTraceTaps>(mSink, &mIdentity, host::HostClock::now());
+        mStartNs = host::HostClock::now();
+        mTaps = std::make_unique<TavroTraceTaps>(mSink, &mIdentity, mStartNs);
         host::HostProperties::clear();
         host::HostListService::clear();
         host::HostLog::clear();
@@ -256,8 +257,9 @@ class Player {
         for (const auto& [key, value] : mScenario.properties) {
             host::HostProperties::set(key, value);
         }
-        if (mOptions.hasLogLevel) {
-            host::HostProperties::set(kTavroLogLevelProperty, std::to_string(mOptions.logLevel));
+        if (mOptions.hasLogLevel || mOptions.onLibraryLog) {
+            const int32_t level = mOptions.hasLogLevel ? mOptions.logLevel : kTavroLogVerbose;
+            host::HostProperties::set(kTavroLogLevelProperty, std::to_string(level));
         }
         for (const TavroScenarioList& list : mScenario.lists) {
             for (const TavroListEntry& entry : list.entries) {
@@ -295,6 +297,8 @@ class Player {
     }
 
     void onLog(const host::LogRecord& r) {
+        if (mOptions.onLibraryLog)
+            mOptions.onLibraryLog((host::HostClock::now() - mStartNs) / 1000, r);
         if (mOptions.hasLogLevel) mTaps->addLog(r);
         if (r.priority >= ANDROID_LOG_FATAL) {
             // The library stops the process after this: keep what was traced, say why.
@@ -677,6 +681,7 @@ class Player {
     std::shared_ptr<CCodecBufferChannel> mChannelKeepAlive;
     TavroSimIdentity mIdentity;
     std::unique_ptr<TavroTraceTaps> mTaps;
+    int64_t mStartNs = 0;  // the host clock when the scenario started
     int64_t mLastPtsUs = 0;
     bool mPlayedFrames = false;
 };

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include <C2Param.h>
+#include <host/HostLog.h>
 
 #include "tools/sim/TavroScenario.h"
 #include "tools/sim/TavroTrace.h"
@@ -34,6 +35,11 @@ struct TavroSimOptions {
     // `line` names the check and the event that was playing. When this returns (or when it is
     // null), the library goes on to stop the process.
     std::function<void(const std::string& line)> onFatal;
+    // Every library log line with its time in µs of the scenario clock, for a reader of what the
+    // library reports only in its log (the timeline reads the channel's per-frame speed line).
+    // Without hasLogLevel the library then logs at the verbose level; the trace still shows no
+    // log lines.
+    std::function<void(int64_t timeUs, const host::LogRecord& record)> onLibraryLog;
 };
 
 // Plays `scenario` and hands its entries to `*sink`, flushing it at the end. False with `*error`

@@ -125,6 +125,9 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
         }
         timeline = std::make_unique<TavroTraceTimeline>(scenario, timelineFile);
         sinks.push_back(timeline.get());
+        options.onLibraryLog = [&timeline](int64_t timeUs, const host::LogRecord& r) {
+            timeline->libraryLog(timeUs, r.message);
+        };
     }
     sinks.push_back(shown);  // the writer last: it keeps entries without a copy
     TavroTraceTee tee(sinks);

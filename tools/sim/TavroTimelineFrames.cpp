@@ -1,4 +1,4 @@
-// Frames to per-second counts, the channel's speed ratios and the codec's HDR type.
+// Frames to per-second counts and the codec's HDR type.
 #include "tools/sim/TavroTimelineFrames.h"
 
 #include <strings.h>
@@ -6,10 +6,7 @@
 #include <algorithm>
 #include <memory>
 
-#include <host/HostClock.h>
-
 #include "sfplugin/TavroCCodec.h"
-#include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroCCodecConfigure.h"
 #include "sfplugin/TavroHdrInfo.h"
 #include "tools/sim/TavroScenarioPlayer.h"
@@ -23,13 +20,6 @@ constexpr int32_t kHdrMaxCheckedWorks = 2;  // the codec examines its first two 
 
 int64_t secondOf(int64_t timeUs) {
     return timeUs >= 0 ? timeUs / kSecondUs : -((-timeUs + kSecondUs - 1) / kSecondUs);
-}
-
-// The monotonic clock in ms as the channel reads it for a sample.
-uint64_t monotonicMs(int64_t ns) {
-    if (ns <= 0) return 0;
-    return static_cast<uint64_t>(static_cast<double>(ns / 1000000000) * 1000.0 +
-                                 static_cast<double>(ns % 1000000000) / 1e6);
 }
 
 // A scenario's format names each key once.
@@ -49,14 +39,7 @@ bool findInt32(const TavroTypedMap& map, const char* key, int64_t* out) {
 
 }  // namespace
 
-static_assert(TavroTimelineFrames::kSamples == kRenderSpan + 1,
-              "the sample ring holds one span and the sample it starts from");
-
-int64_t tavroSimClockNs(int64_t timeUs) {
-    return host::HostClock::kDefaultManualStartNs + timeUs * 1000;
-}
-
-void TavroTimelineFrames::configure(int64_t timeUs, const TavroTypedMap& given, int64_t vppValue) {
+void TavroTimelineFrames::configure(int64_t timeUs, const TavroTypedMap& given) {
     // The codec's members as its configure sets them: the mime stays from an earlier configure
     // that named one, and the encoder and thumbnail marks once set stay set.
     const TavroTypedValue* mime = find(given, kKeyMime);
@@ -72,9 +55,6 @@ void TavroTimelineFrames::configure(int64_t timeUs, const TavroTypedMap& given, 
         mode == 1) {
         mIsThumbnail = true;
     }
-    // Speed tracking: a video decoder (the mime compared as written) with a white-list value.
-    mTracking = strncmp(mMime.c_str(), kMimeVideoPrefix, strlen(kMimeVideoPrefix)) == 0 &&
-                !mIsEncoder && vppValue != 0;
     setHdrType(timeUs,
                mMime.find(kDolbyVisionTag) != std::string::npos ? kHdrTypeDolbyVision : mHdrType);
 }
@@ -148,56 +128,6 @@ void TavroTimelineFrames::output(int64_t timeUs, bool hasBuffer, const TavroHdrD
     checkColorAspectsInfo(aspects, &type);
     checkHdr10PlusInfo(dynamic, &type);
     setHdrType(timeUs, type);
-}
-
-void TavroTimelineFrames::rendered(int64_t timeUs, int64_t ptsUs, int64_t renderNs) {
-    count(timeUs, Series::kRendered);
-    if (mTracking) {
-        pushSample(timeUs, static_cast<uint64_t>(ptsUs / 1000),
-                   static_cast<uint64_t>(renderNs / 1000000));
-    }
-}
-
-void TavroTimelineFrames::dropped(int64_t timeUs, int64_t ptsUs) {
-    count(timeUs, Series::kDropped);
-    if (mTracking) pushSample(timeUs, static_cast<uint64_t>(ptsUs / 1000), 0);
-}
-
-// ---- Speed ----------------------------------------------------------------------------------
-
-// The channel's sample: compared with the one kRenderSpan samples before it, unless timestamps
-// that do not advance restart the history.
-void TavroTimelineFrames::pushSample(int64_t timeUs, uint64_t pts, uint64_t render) {
-    if (pts == 0) mHistoryCount = 0;
-    if (mHistoryCount == mHistory.size()) {
-        std::move(mHistory.begin() + 1, mHistory.end(), mHistory.begin());
-        --mHistoryCount;
-    }
-    const Sample sample{pts, render, monotonicMs(tavroSimClockNs(timeUs))};
-    mHistory[mHistoryCount++] = sample;
-    float speed = 0;
-    float speed2 = 0;
-    if (mHistoryCount == mHistory.size()) {
-        const Sample& newest = mHistory[mHistoryCount - 1];
-        const Sample& old = mHistory[0];
-        if (newest.render - 1 < old.render || !(newest.pts > old.pts && newest.sys > old.sys)) {
-            mHistory[0] = sample;
-            mHistoryCount = 1;
-        } else {
-            const float ptsUnit = static_cast<float>(kRenderRateNumerator /
-                                                     static_cast<double>(newest.pts - old.pts));
-            const float sysUnit = static_cast<float>(kRenderRateNumerator /
-                                                     static_cast<double>(newest.sys - old.sys));
-            speed2 = sysUnit / ptsUnit;
-            if (newest.render != 0 && old.render != 0) {
-                const float renderUnit = static_cast<float>(
-                        kRenderRateNumerator / static_cast<double>(newest.render - old.render));
-                speed = renderUnit / ptsUnit;
-            }
-        }
-    }
-    mReport(Series::kSpeedDisplay, timeUs, speed);
-    mReport(Series::kSpeedWall, timeUs, speed2);
 }
 
 }  // namespace android

@@ -1,6 +1,7 @@
 // Timeline sink: trace entries to Trace Event Format events on per-track lists, written at the end.
 #include "tools/sim/TavroTraceTimeline.h"
 
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -213,7 +214,7 @@ struct TavroTraceTimeline::State {
     void call(const TavroTraceEntry& e);
     void clip(const TavroTraceEntry& e);
     void lifecycle(int64_t ts, const char* state);
-    void finishConfigure();
+    void libraryLog(int64_t ts, const std::string& message);
     void onFrames(Series series, int64_t ts, double value);
     void write();
 
@@ -236,11 +237,6 @@ struct TavroTraceTimeline::State {
     // The instant of the configure or set_parameters step whose format changes follow.
     size_t changeInstant = kNone;
     std::string changeStage;
-    // A configure whose outcome the frames wait for: the app's format and the white-list value
-    // the platform received.
-    const TavroScenarioEvent* configureEvent = nullptr;
-    int64_t configureUs = 0;
-    int64_t vppValue = 0;
     // The rate a set_parameters step asks for, until it is known to reach the platform.
     bool hasPendingRate = false;
     double pendingRate = 0;
@@ -263,6 +259,10 @@ void TavroTraceTimeline::add(const TavroTraceEntry& entry) {
     mState->add(entry);
 }
 
+void TavroTraceTimeline::libraryLog(int64_t timeUs, const std::string& message) {
+    mState->libraryLog(timeUs, message);
+}
+
 void TavroTraceTimeline::flush() {
     if (!mState->written) mState->write();
 }
@@ -274,6 +274,13 @@ void TavroTraceTimeline::State::add(const TavroTraceEntry& e) {
     const Json& f = e.fields;
     if (kind == "step") return step(e);
     if (kind == "format") return format(e);
+    if (kind == "declined") {
+        // Steps of the configure that changed nothing: part of what the configure did.
+        if (changeInstant != kNone && changeStage == "configure") {
+            tracks[kCodec].at(changeInstant).args["declined"].push_back(f);
+        }
+        return;
+    }
     if (kind == "param") return param(e);
     if (kind == "boost") return boost(e);
     if (kind == "unboost") return unboost(e);
@@ -310,16 +317,12 @@ void TavroTraceTimeline::State::step(const TavroTraceEntry& e) {
     const std::string name = str(f, "name");
     const int64_t ts = e.timeUs;
     changeInstant = kNone;
-    finishConfigure();
     if (name == "allocate") return lifecycle(ts, "allocated");
     if (name == "start" || name == "resume") return lifecycle(ts, "running");
     if (name == "shutdown")
         return lifecycle(ts, f.value("keep_allocated", false) ? "allocated" : "shut down");
     if (name == "destroy") return lifecycle(ts, nullptr);
-    if (name == "flush") {
-        frames.flushed();
-        return lifecycle(ts, "flushed");
-    }
+    if (name == "flush") return lifecycle(ts, "flushed");
     if (name == "configure" || name == "set_parameters") {
         const bool configure = name == "configure";
         if (configure) lifecycle(ts, "configured");
@@ -333,18 +336,11 @@ void TavroTraceTimeline::State::step(const TavroTraceEntry& e) {
                         ? &scenario.events[static_cast<size_t>(index)]
                         : nullptr;
         const TavroTypedValue* rate = nullptr;
-        const TavroTypedValue* vpp = nullptr;
         for (const auto& [key, value] : event != nullptr ? event->format : TavroTypedMap()) {
             if (key == kKeyOperatingRate) rate = &value;
-            if (key == kKeyVppWhiteListValue) vpp = &value;
         }
         if (configure) {
-            configureEvent = event;
-            configureUs = ts;
-            vppValue = vpp != nullptr && vpp->type != TavroTypedValue::Type::kFloat &&
-                                       vpp->type != TavroTypedValue::Type::kString
-                               ? vpp->intValue
-                               : 0;
+            if (event != nullptr) frames.configure(ts, event->format);
             if (rate != nullptr && rate->type == TavroTypedValue::Type::kFloat) {
                 operatingRate.set(ts, rate->floatValue);
             }
@@ -356,8 +352,8 @@ void TavroTraceTimeline::State::step(const TavroTraceEntry& e) {
         return;
     }
     if (name == "input") return frames.queued(ts);
-    if (name == "render") return frames.rendered(ts, num(f, "time_us"), num(f, "render_ns"));
-    if (name == "discard") return frames.dropped(ts, num(f, "time_us"));
+    if (name == "render") return frames.rendered(ts);
+    if (name == "discard") return frames.dropped(ts);
     if (name == "output") {
         const int64_t index = eventIndex(str(f, "where"));
         const TavroScenarioEvent* event =
@@ -378,13 +374,6 @@ void TavroTraceTimeline::State::step(const TavroTraceEntry& e) {
     // "scenario" and "advance" leave nothing on the timeline.
 }
 
-// A configure's outcome is complete once the next step begins.
-void TavroTraceTimeline::State::finishConfigure() {
-    if (configureEvent == nullptr) return;
-    frames.configure(configureUs, configureEvent->format, vppValue);
-    configureEvent = nullptr;
-}
-
 void TavroTraceTimeline::State::format(const TavroTraceEntry& e) {
     const Json& f = e.fields;
     const std::string change = str(f, "change");
@@ -394,11 +383,8 @@ void TavroTraceTimeline::State::format(const TavroTraceEntry& e) {
         if (change != "not_passed") operatingRate.set(pendingRateUs, pendingRate);
         hasPendingRate = false;
     }
-    if (change == "added" || change == "changed") {
-        if (key == kKeyOperatingRate) operatingRate.set(e.timeUs, real(f, "value"));
-        if (key == kKeyVppWhiteListValue && stage == "configure") vppValue = num(f, "value");
-    } else if (change == "removed" && key == kKeyVppWhiteListValue && stage == "configure") {
-        vppValue = 0;
+    if ((change == "added" || change == "changed") && key == kKeyOperatingRate) {
+        operatingRate.set(e.timeUs, real(f, "value"));
     }
     if (changeInstant == kNone || stage != changeStage) return;
     Json& args = tracks[kCodec].at(changeInstant).args;
@@ -420,7 +406,6 @@ void TavroTraceTimeline::State::clip(const TavroTraceEntry& e) {
     const double speed = real(f, "speed", 1);
     const int64_t count = num(f, "count");
     const int64_t drops = num(f, "drops");
-    const int64_t startUs = num(f, "start_us");
     const bool render = f.value("render", true);
     Json args = Json::object();
     for (const char* key : {"count", "fps", "speed", "drops", "start_us"}) args[key] = f[key];
@@ -431,14 +416,13 @@ void TavroTraceTimeline::State::clip(const TavroTraceEntry& e) {
     // The player's pacing: each frame is queued, finished and rendered or dropped at once.
     for (int64_t i = 0; i < count; ++i) {
         const int64_t ts = e.timeUs + tavroClipFrameClockUs(fps, speed, i);
-        const int64_t pts = startUs + tavroClipFramePtsUs(fps, i);
         frames.queued(ts);
         frames.output(ts, true, nullptr);
         if (!render) continue;
         if (drops > 0 && (i + 1) % drops == 0) {
-            frames.dropped(ts, pts);
+            frames.dropped(ts);
         } else {
-            frames.rendered(ts, pts, tavroSimClockNs(ts));
+            frames.rendered(ts);
         }
     }
 }
@@ -453,10 +437,6 @@ void TavroTraceTimeline::State::onFrames(Series series, int64_t ts, double value
             return rendered.set(ts, value);
         case Series::kDropped:
             return dropped.set(ts, value);
-        case Series::kSpeedDisplay:
-            return speedDisplay.set(ts, tavroTimelineRatio(value));
-        case Series::kSpeedWall:
-            return speedWall.set(ts, tavroTimelineRatio(value));
         case Series::kHdrType:
             return hdrType.set(ts, value);
     }
@@ -483,6 +463,23 @@ void TavroTraceTimeline::State::param(const TavroTraceEntry& e) {
     Json args = f;
     args.erase("name");
     tracks[kDetection].instant(ts, "param", name, std::move(args), true);
+}
+
+// The channel logs each render-time sample with the speed ratios it computed from it.
+void TavroTraceTimeline::State::libraryLog(int64_t ts, const std::string& message) {
+    if (written || message.compare(0, 7, "laster:") != 0) return;
+    long long pts = 0, render = 0, sys = 0;
+    float ptsUnit = 0, renderUnit = 0, sysUnit = 0, speed = 0, speed2 = 0;
+    if (sscanf(message.c_str(), kLogRenderSample, &pts, &render, &sys, &ptsUnit, &renderUnit,
+               &sysUnit, &speed, &speed2) != 8) {
+        return;
+    }
+    // A sample not yet compared with an older one has no ratio; a dropped frame has no display
+    // ratio. The counters keep the last ratio computed.
+    if (ptsUnit == 0) return;
+    endUs = std::max(endUs, ts);
+    if (renderUnit != 0) speedDisplay.set(ts, tavroTimelineRatio(speed));
+    speedWall.set(ts, tavroTimelineRatio(speed2));
 }
 
 // ---- Boost ----------------------------------------------------------------------------------
@@ -558,7 +555,6 @@ void TavroTraceTimeline::State::call(const TavroTraceEntry& e) {
 // ---- Writing --------------------------------------------------------------------------------
 
 void TavroTraceTimeline::State::write() {
-    finishConfigure();
     frames.finish(endUs);
     for (Counter* c : {&queued, &output, &rendered, &dropped, &contentRate, &speedDisplay,
                        &speedWall, &hdrType, &operatingRate}) {

@@ -3,11 +3,13 @@
 // are the tracks, timestamps in µs of the scenario clock:
 //   codec                lifecycle slices (allocated, configured, running, flushed, shut down);
 //                        configure and set_parameters instants with the keys the pipeline
-//                        changed; reports to the client; the codec's own platform calls
+//                        changed (and the configure steps that declined); reports to the
+//                        client; the codec's own platform calls
 //   frames               per-second counts of queued, output, rendered and dropped frames; clip
 //                        slices; corrupt-data, stutter and super-resolution instants
-//   detection            content frame rate, speed ratios and HDR type counters; fast-forward
-//                        slices (VppModeParam 1 to 0); other vendor parameters
+//   detection            content frame rate (FileFpsParam writes), speed ratios (the channel's
+//                        per-frame log line) and HDR type counters; fast-forward slices
+//                        (VppModeParam 1 to 0); other vendor parameters
 //   boost                task boosts and releases; the operating rate the platform was given
 //   boost thread part,   one slice per part of a boost request while it is held, each part on a
 //   boost cluster part   track of its own since the two are sent and released independently
@@ -54,6 +56,9 @@ class TavroTraceTimeline : public TavroTraceSink {
     ~TavroTraceTimeline() override;
 
     void add(const TavroTraceEntry& entry) override;
+    // A library log line at `timeUs` (TavroSimOptions::onLibraryLog): the channel's per-frame
+    // speed line gives the speed ratios; other lines are ignored.
+    void libraryLog(int64_t timeUs, const std::string& message);
     void flush() override;
 
   private:
