@@ -336,8 +336,10 @@ void TavroTraceTimeline::State::step(const TavroTraceEntry& e) {
                         ? &scenario.events[static_cast<size_t>(index)]
                         : nullptr;
         const TavroTypedValue* rate = nullptr;
-        for (const auto& [key, value] : event != nullptr ? event->format : TavroTypedMap()) {
-            if (key == kKeyOperatingRate) rate = &value;
+        if (event != nullptr) {
+            for (const auto& [key, value] : event->format) {
+                if (key == kKeyOperatingRate) rate = &value;
+            }
         }
         if (configure) {
             if (event != nullptr) frames.configure(ts, event->format);
