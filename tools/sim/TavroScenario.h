@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include <cmath>
 #include <deque>
 #include <string>
 #include <utility>
@@ -136,6 +137,19 @@ struct TavroScenarioEvent {
 
     int64_t advanceUs = 0;  // advance
 };
+
+// Frame `i` of a clip at `fps` frames per second: its presentation time after the clip's first
+// frame, in µs.
+inline int64_t tavroClipFramePtsUs(double fps, int64_t i) {
+    return std::llround(static_cast<double>(i) * 1e6 / fps);
+}
+
+// When frame `i` of a clip played at `speed` is handled, in µs of the clock after the clip's
+// start (frame `count` is the clip's end). Each clip frame is queued, finished and rendered or
+// dropped at that one moment.
+inline int64_t tavroClipFrameClockUs(double fps, double speed, int64_t i) {
+    return std::llround(static_cast<double>(i) * 1e6 / (fps * speed));
+}
 
 // The event's name in the file ("set_parameters").
 const char* tavroScenarioEventName(TavroScenarioEvent::Kind kind);

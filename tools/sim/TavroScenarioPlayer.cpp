@@ -233,7 +233,8 @@ class Player {
 
     void setUpWorld() {
         host::HostClock::useManual();
-        mTaps = std::make_unique<TavroTraceTaps>(mSink, &mIdentity, host::HostClock::now());
+        mStartNs = host::HostClock::now();
+        mTaps = std::make_unique<TavroTraceTaps>(mSink, &mIdentity, mStartNs);
         host::HostProperties::clear();
         host::HostListService::clear();
         host::HostLog::clear();
@@ -256,8 +257,9 @@ class Player {
         for (const auto& [key, value] : mScenario.properties) {
             host::HostProperties::set(key, value);
         }
-        if (mOptions.hasLogLevel) {
-            host::HostProperties::set(kTavroLogLevelProperty, std::to_string(mOptions.logLevel));
+        if (mOptions.hasLogLevel || mOptions.onLibraryLog) {
+            const int32_t level = mOptions.hasLogLevel ? mOptions.logLevel : kTavroLogVerbose;
+            host::HostProperties::set(kTavroLogLevelProperty, std::to_string(level));
         }
         for (const TavroScenarioList& list : mScenario.lists) {
             for (const TavroListEntry& entry : list.entries) {
@@ -295,6 +297,8 @@ class Player {
     }
 
     void onLog(const host::LogRecord& r) {
+        if (mOptions.onLibraryLog)
+            mOptions.onLibraryLog((host::HostClock::now() - mStartNs) / 1000, r);
         if (mOptions.hasLogLevel) mTaps->addLog(r);
         if (r.priority >= ANDROID_LOG_FATAL) {
             // The library stops the process after this: keep what was traced, say why.
@@ -464,17 +468,10 @@ class Player {
         if (desc != nullptr) worklet->output.flags = C2FrameData::flags_t(desc->flags);
         if (desc == nullptr || desc->hasBuffer) {
             auto buffer = std::make_shared<C2Buffer>();
-            if (desc != nullptr && desc->hdr.hasColorAspects) {
-                std::vector<uint8_t> payload;
-                for (uint32_t v :
-                     {desc->hdr.range, desc->hdr.primaries, desc->hdr.transfer, desc->hdr.matrix}) {
-                    for (int i = 0; i < 4; ++i)
-                        payload.push_back(static_cast<uint8_t>(v >> (8 * i)));
+            if (desc != nullptr) {
+                for (const std::shared_ptr<C2Info>& info : tavroOutputInfos(desc->hdr)) {
+                    buffer->setInfo(info);
                 }
-                buffer->setInfo(host::makeC2Info(kColorAspectsInfoIndex, payload));
-            }
-            if (desc != nullptr && desc->hdr.hasHdr10Plus) {
-                buffer->setInfo(host::makeC2Info(kHdr10PlusInfoIndex, desc->hdr.hdr10Plus));
             }
             worklet->output.buffers.push_back(buffer);
         }
@@ -635,7 +632,7 @@ class Player {
     // 1e6 / (F * S) µs after the one before it (input, output, then render or drop), the clock
     // and the timers moving along.
     void playClip(const TavroScenarioEvent& e, Json fields) {
-        const int64_t frameUs = std::llround(1e6 / e.fps);
+        const int64_t frameUs = tavroClipFramePtsUs(e.fps, 1);
         const int64_t startUs = e.hasStartUs ? e.startUs : mPlayedFrames ? mLastPtsUs + frameUs : 0;
         fields["count"] = e.count;
         fields["fps"] = e.fps;
@@ -648,7 +645,7 @@ class Player {
         const CCodecBufferChannel::Counters before = channel()->countersForTesting();
         int64_t clockUs = 0;
         for (int32_t i = 0; i < e.count; ++i) {
-            const int64_t pts = startUs + std::llround(static_cast<double>(i) * 1e6 / e.fps);
+            const int64_t pts = startUs + tavroClipFramePtsUs(e.fps, i);
             queueInput(pts, e.bytes);
             finishWork(nullptr, pts);
             if (!e.renderFrames) {
@@ -659,7 +656,7 @@ class Player {
                 render(pts, host::HostClock::now());
             }
             runPending();
-            const int64_t next = std::llround(static_cast<double>(i + 1) * 1e6 / (e.fps * e.speed));
+            const int64_t next = tavroClipFrameClockUs(e.fps, e.speed, i + 1);
             mLooper->advanceForTesting(next - clockUs);
             clockUs = next;
         }
@@ -684,11 +681,25 @@ class Player {
     std::shared_ptr<CCodecBufferChannel> mChannelKeepAlive;
     TavroSimIdentity mIdentity;
     std::unique_ptr<TavroTraceTaps> mTaps;
+    int64_t mStartNs = 0;  // the host clock when the scenario started
     int64_t mLastPtsUs = 0;
     bool mPlayedFrames = false;
 };
 
 }  // namespace
+
+std::vector<std::shared_ptr<C2Info>> tavroOutputInfos(const TavroHdrDescription& hdr) {
+    std::vector<std::shared_ptr<C2Info>> infos;
+    if (hdr.hasColorAspects) {
+        std::vector<uint8_t> payload;
+        for (uint32_t v : {hdr.range, hdr.primaries, hdr.transfer, hdr.matrix}) {
+            for (int i = 0; i < 4; ++i) payload.push_back(static_cast<uint8_t>(v >> (8 * i)));
+        }
+        infos.push_back(host::makeC2Info(kColorAspectsInfoIndex, payload));
+    }
+    if (hdr.hasHdr10Plus) infos.push_back(host::makeC2Info(kHdr10PlusInfoIndex, hdr.hdr10Plus));
+    return infos;
+}
 
 bool playTavroScenario(const TavroScenario& scenario, const TavroSimOptions& options,
                        TavroTraceSink* sink, std::string* error) {

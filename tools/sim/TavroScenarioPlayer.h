@@ -11,7 +11,12 @@
 #include <stdint.h>
 
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
+
+#include <C2Param.h>
+#include <host/HostLog.h>
 
 #include "tools/sim/TavroScenario.h"
 #include "tools/sim/TavroTrace.h"
@@ -30,6 +35,11 @@ struct TavroSimOptions {
     // `line` names the check and the event that was playing. When this returns (or when it is
     // null), the library goes on to stop the process.
     std::function<void(const std::string& line)> onFatal;
+    // Every library log line with its time in µs of the scenario clock, for a reader of what the
+    // library reports only in its log (the timeline reads the channel's per-frame speed line).
+    // Without hasLogLevel the library then logs at the verbose level; the trace still shows no
+    // log lines.
+    std::function<void(int64_t timeUs, const host::LogRecord& record)> onLibraryLog;
 };
 
 // Plays `scenario` and hands its entries to `*sink`, flushing it at the end. False with `*error`
@@ -37,5 +47,9 @@ struct TavroSimOptions {
 // accepted always plays to its end, unless the library stops the process.
 bool playTavroScenario(const TavroScenario& scenario, const TavroSimOptions& options,
                        TavroTraceSink* sink, std::string* error);
+
+// The infos an output buffer described by `hdr` carries, as the player attaches them: colour
+// aspects (range, primaries, transfer, matrix as little-endian uint32), then dynamic metadata.
+std::vector<std::shared_ptr<C2Info>> tavroOutputInfos(const TavroHdrDescription& hdr);
 
 }  // namespace android

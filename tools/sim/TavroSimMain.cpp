@@ -1,8 +1,12 @@
 #include "tools/sim/TavroSimMain.h"
 
+#include <string.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <exception>
+#include <fstream>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,6 +20,7 @@
 #include "tools/sim/TavroScenarioSession.h"
 #include "tools/sim/TavroTrace.h"
 #include "tools/sim/TavroTraceSummary.h"
+#include "tools/sim/TavroTraceTimeline.h"
 
 namespace android {
 
@@ -35,6 +40,8 @@ std::string footer() {
            "Exit status: 0 played; 2 bad usage or a bad scenario (one line naming the place);\n"
            "  3 the library stopped the process on one of its fatal checks (the trace up to\n"
            "  then is printed, the last line on stderr names the check).\n"
+           "Timeline: --timeline FILE.json opens in Perfetto UI (ui.perfetto.dev) or\n"
+           "  chrome://tracing: drag the file into the page.\n"
            "Example: tavro-sim --only boost,unboost,unused --summary scenarios/default.json";
 }
 
@@ -48,6 +55,7 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
     bool json = false;
     bool summary = false;
     int32_t logLevel = 0;
+    std::string timelinePath;
     std::vector<std::string> only;
     app.footer(footer());
     app.set_version_flag("--version", kVersion);
@@ -62,6 +70,10 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
             ->check(CLI::IsMember(tavroTraceKinds()));
     app.add_flag("--summary", summary,
                  "Ends with counts per kind, boosts sent and released, modes entered, HDR type");
+    app.add_option("--timeline", timelinePath,
+                   "Also writes the session to FILE in the Trace Event Format (Perfetto UI, "
+                   "chrome://tracing)")
+            ->type_name("FILE");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -101,12 +113,36 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
     TavroTraceFilter filter(&writer, std::set<std::string>(only.begin(), only.end()));
     TavroTraceSink* shown = only.empty() ? static_cast<TavroTraceSink*>(&writer) : &filter;
     TavroTraceSummary counter;
-    TavroTraceTee tee({&counter, shown});  // the writer last: it keeps entries without a copy
+    std::vector<TavroTraceSink*> sinks;
+    if (summary) sinks.push_back(&counter);
+    std::ofstream timelineFile;
+    std::unique_ptr<TavroTraceTimeline> timeline;
+    if (!timelinePath.empty()) {
+        timelineFile.open(timelinePath, std::ios::binary | std::ios::trunc);
+        if (!timelineFile) {
+            err << "tavro-sim: " << timelinePath << ": cannot write: " << strerror(errno) << "\n";
+            return kTavroExitBadInput;
+        }
+        timeline = std::make_unique<TavroTraceTimeline>(scenario, timelineFile);
+        sinks.push_back(timeline.get());
+        options.onLibraryLog = [&timeline](int64_t timeUs, const host::LogRecord& r) {
+            timeline->libraryLog(timeUs, r.message);
+        };
+    }
+    sinks.push_back(shown);  // the writer last: it keeps entries without a copy
+    TavroTraceTee tee(sinks);
     std::string error;
-    if (!playTavroScenario(scenario, options, summary ? static_cast<TavroTraceSink*>(&tee) : shown,
-                           &error)) {
+    if (!playTavroScenario(scenario, options,
+                           sinks.size() > 1 ? static_cast<TavroTraceSink*>(&tee) : shown, &error)) {
         err << "tavro-sim: " << error << "\n";
         return kTavroExitBadInput;
+    }
+    if (timeline != nullptr) {
+        timelineFile.close();
+        if (!timelineFile) {
+            err << "tavro-sim: " << timelinePath << ": cannot write the timeline\n";
+            return kTavroExitBadInput;
+        }
     }
     if (summary) {
         for (const TavroTraceEntry& e : counter.entries()) writer.add(e);

@@ -13,10 +13,12 @@ constexpr int kTavroExitWarnings = 1;
 constexpr int kTavroExitBadInput = 2;
 constexpr int kTavroExitFatalCheck = 3;
 
-// `tavro-sim [--json] [--log-level N] [--only KIND,...] [--summary] SCENARIO.json` ("-" reads
-// stdin). The trace streams to `out`, a line at a time; a problem with the options or the
-// scenario is one line on `err` and exit status 2, and nothing plays. Library warnings go to
-// `err` with the scenario's pid. No exception leaves this function.
+// `tavro-sim [--json] [--log-level N] [--only KIND,...] [--summary] [--timeline FILE]
+// SCENARIO.json` ("-" reads stdin). The trace streams to `out`, a line at a time; a problem with
+// the options or the scenario is one line on `err` and exit status 2, and nothing plays. Library
+// warnings go to `err` with the scenario's pid. With --timeline the session is also written to
+// FILE (TavroTraceTimeline) once it has played, or when a fatal check stops it; a FILE that cannot
+// be written is status 2. No exception leaves this function.
 // `standalone` lets it own the process: it routes the library's stderr log through `err`, and
 // when a fatal check of the library stops the process it exits with kTavroExitFatalCheck after
 // writing out the trace and a last line on `err` naming the check. Tests leave the log as their
