@@ -1,10 +1,14 @@
 #include "FuzzWorld.h"
 
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <exception>
 #include <memory>
+#include <string>
 #include <typeinfo>
 
 #include <binder/IPCThreadState.h>
@@ -45,6 +49,86 @@ namespace {
 
 bool sInitialised = false;
 
+// The fixture /proc: built once, removed at exit. Never destroyed (atexit handlers use it).
+std::string& procRoot() {
+    static std::string* root = new std::string();
+    return *root;
+}
+
+void writeFile(const std::string& path, const std::string& bytes) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) return;
+    if (::write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        fprintf(stderr, "==fuzz== short write to %s\n", path.c_str());
+    }
+    ::close(fd);
+}
+
+}  // namespace
+
+std::string makeScratchDir(const char* name) {
+    std::string dir = access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "/tmp/";
+    dir += name;
+    dir += "-XXXXXX";
+    if (mkdtemp(&dir[0]) == nullptr) {
+        fprintf(stderr, "==fuzz== cannot make %s\n", dir.c_str());
+        abort();
+    }
+    return dir;
+}
+
+namespace {
+
+// Threads of the fixture process: the main thread and the ones boost rules name most.
+const char* const kFixtureThreads[] = {"fuzz.app", "NuPlayerRender", "MediaCodec_loop", "AudioOut"};
+
+void removeProcFixture() {
+    const std::string& root = procRoot();
+    const std::string pidDir = root + "/" + std::to_string(getpid());
+    for (size_t i = 0; i < sizeof(kFixtureThreads) / sizeof(kFixtureThreads[0]); ++i) {
+        const std::string taskDir = pidDir + "/task/" + std::to_string(getpid() + i);
+        ::unlink((taskDir + "/comm").c_str());
+        ::rmdir(taskDir.c_str());
+    }
+    ::rmdir((pidDir + "/task").c_str());
+    ::unlink((pidDir + "/cmdline").c_str());
+    ::rmdir(pidDir.c_str());
+    ::unlink((root + "/meminfo").c_str());
+    ::rmdir(root.c_str());
+}
+
+// The process as the probes see it: its command line, its threads' names, the free memory.
+void makeProcFixture() {
+    const std::string root = makeScratchDir("tavro-fuzz-proc");
+    procRoot() = root;
+    const std::string pidDir = root + "/" + std::to_string(getpid());
+    ::mkdir(pidDir.c_str(), 0755);
+    writeFile(pidDir + "/cmdline", std::string(kFixtureThreads[0]) + '\0' + "--fuzz" + '\0');
+    ::mkdir((pidDir + "/task").c_str(), 0755);
+    for (size_t i = 0; i < sizeof(kFixtureThreads) / sizeof(kFixtureThreads[0]); ++i) {
+        const std::string taskDir = pidDir + "/task/" + std::to_string(getpid() + i);
+        ::mkdir(taskDir.c_str(), 0755);
+        writeFile(taskDir + "/comm", std::string(kFixtureThreads[i]) + "\n");
+    }
+    writeFile(root + "/meminfo",
+              "MemTotal:        7813772 kB\nMemFree:          512000 kB\n"
+              "MemAvailable:    3145728 kB\n");
+    atexit(removeProcFixture);
+}
+
+// Empties every store an input may fill. The proc roots are left alone: they are set once, and a
+// target that points them elsewhere puts them back itself.
+void emptyFuzzWorld() {
+    host::HostProperties::clear();
+    host::HostListService::clear();
+    host::HostLog::clear();
+    TavroVideoBoost::clearRequestsForTesting();
+    TavroVideoBoost::setAvailableForTesting(true);
+    TavroVideoBoost::setStatusForTesting(OK);
+    TavroWhiteListCacheMgr::getInstance()->resetForTesting();
+    IPCThreadState::self()->clearCallingIdentityForTesting();
+}
+
 }  // namespace
 
 void initFuzzWorld() {
@@ -55,34 +139,39 @@ void initFuzzWorld() {
     host::HostLog::setCapacity(64);
     host::HostEvents::setEnabled(false);
     host::HostEvents::clear();
+    host::HostProperties::setRecordReads(false);
+    host::HostListService::setRecordAsks(false);
     host::HostClock::useManual();
+    makeProcFixture();
+    setProcRootForTesting(procRoot());
+    setProcessNameRootForTesting(procRoot());
+    emptyFuzzWorld();
 }
 
-void resetFuzzWorld(bool withPlatform) {
-    host::HostProperties::clear();
-    host::HostListService::clear();
-    host::HostLog::clear();
-    TavroVideoBoost::clearRequestsForTesting();
-    TavroVideoBoost::setAvailableForTesting(true);
-    TavroVideoBoost::setStatusForTesting(OK);
-    TavroWhiteListCacheMgr::getInstance()->resetForTesting();
-    setProcRootForTesting("");
-    setProcessNameRootForTesting("");
-    IPCThreadState::self()->clearCallingIdentityForTesting();
-    if (withPlatform) {
-        host::HostProperties::set(kPropHardware, "qcom");
-        host::HostProperties::set(kPropDeviceFamily, "SM8550");
-        host::HostProperties::set(kPropProjectName, "fuzz");
-    }
+const std::string& fuzzProcRoot() {
+    return procRoot();
 }
 
 void setFuzzLogLevel(const char* level) {
     host::HostProperties::set(kTavroLogLevelProperty, level);
 }
 
-void startFuzzInput(FuzzedDataProvider& fdp, bool withPlatform) {
-    resetFuzzWorld(withPlatform);
-    setFuzzLogLevel(fdp.ConsumeBool() ? "7" : "0");
+FuzzInput::FuzzInput(FuzzedDataProvider& fdp, bool withPlatform)
+    : FuzzInput(withPlatform, fdp.ConsumeIntegral<uint8_t>() % kDetailEvery == 0 ? kFuzzLogDetailed
+                                                                                 : kFuzzLogQuiet) {}
+
+// The world is empty here: initFuzzWorld left it so, and so did the previous input's end.
+FuzzInput::FuzzInput(bool withPlatform, const char* logLevel) {
+    if (withPlatform) {
+        host::HostProperties::set(kPropHardware, "qcom");
+        host::HostProperties::set(kPropDeviceFamily, "SM8550");
+        host::HostProperties::set(kPropProjectName, "fuzz");
+    }
+    setFuzzLogLevel(logLevel);
+}
+
+FuzzInput::~FuzzInput() {
+    emptyFuzzWorld();
 }
 
 bool areaFits(int32_t width, int32_t height) {

@@ -68,8 +68,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::resetFuzzWorld();
-    fuzz::setFuzzLogLevel("7");  // every debug line of the parse and of the dump is formatted
+    // Texts of a length divisible by FuzzInput::kDetailEvery are parsed and dumped with every
+    // detailed line formatted; the others with the optional lines gated off.
+    const bool detailed = size % fuzz::FuzzInput::kDetailEvery == 0;
+    const fuzz::FuzzInput input(true, detailed ? fuzz::kFuzzLogDetailed : fuzz::kFuzzLogQuiet);
     const std::string text(reinterpret_cast<const char*>(data), size);
 
     auto info = std::make_shared<MediaBoostInfo>();
@@ -77,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool ok = parseBoostInfo(text, info);
     printMediaBoostInfo(info);
     // The rest checks results; formatting every line again would only slow the search down.
-    fuzz::setFuzzLogLevel("0");
+    if (detailed) fuzz::setFuzzLogLevel(fuzz::kFuzzLogQuiet);
     if (!ok) {
         check(text.find("schedVideo=") != std::string::npos ||
                       text.find("schedAudio=") != std::string::npos,

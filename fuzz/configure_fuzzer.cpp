@@ -149,7 +149,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::startFuzzInput(fdp, true);
+    const fuzz::FuzzInput input(fdp, true);
 
     for (const char* key : kProperties) {
         switch (fdp.ConsumeIntegralInRange<int>(0, 2)) {

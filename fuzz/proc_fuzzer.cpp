@@ -62,16 +62,14 @@ void check(bool ok, const char* what) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::initFuzzWorld();
-    char dir[] = "/tmp/tavro-proc-fuzz-XXXXXX";
-    if (mkdtemp(dir) == nullptr) abort();
-    sRoot = dir;
+    sRoot = fuzz::makeScratchDir("tavro-proc-fuzz");
     atexit([] { ::rmdir(sRoot.c_str()); });
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::startFuzzInput(fdp, false);
+    const fuzz::FuzzInput input(fdp, false);
 
     std::vector<std::string> made;
     const std::string pidDir = sRoot + "/" + std::to_string(kPid);
@@ -137,8 +135,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)getSystemAvailMem();
     (void)getProcessName(kPid);
 
-    setProcRootForTesting("");
-    setProcessNameRootForTesting("");
+    setProcRootForTesting(fuzz::fuzzProcRoot());
+    setProcessNameRootForTesting(fuzz::fuzzProcRoot());
     removeAll(made);
     return 0;
 }

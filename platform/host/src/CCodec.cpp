@@ -67,8 +67,13 @@ void CCodec::record(const char* name, const sp<AMessage>& msg, int64_t value) {
     call.name = name;
     if (msg != nullptr) call.msg = msg->dup();
     call.value = value;
-    host::HostEvent event{"codec", name, this, {{"value", std::to_string(value)}}};
-    for (auto& field : host::messageFields(call.msg)) event.fields.push_back(std::move(field));
+    // The event's text is built only when someone would see it.
+    const bool wanted = host::HostEvents::wanted();
+    host::HostEvent event{};
+    if (wanted) {
+        event = {"codec", name, this, {{"value", std::to_string(value)}}};
+        for (auto& field : host::messageFields(call.msg)) event.fields.push_back(std::move(field));
+    }
     {
         std::lock_guard<std::mutex> guard(mCallLock);
         auto& byName = mCallsByName[call.name];
@@ -76,7 +81,7 @@ void CCodec::record(const char* name, const sp<AMessage>& msg, int64_t value) {
         byName.second = mCalls.size();
         mCalls.push_back(std::move(call));
     }
-    host::HostEvents::record(std::move(event));
+    if (wanted) host::HostEvents::record(std::move(event));
 }
 
 std::shared_ptr<BufferChannelBase> CCodec::getBufferChannel() {

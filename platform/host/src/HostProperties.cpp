@@ -20,8 +20,9 @@ namespace {
 
 struct PropertyState {
     std::mutex lock;
-    std::map<std::string, std::string> values;
-    std::set<std::string, std::less<>> read;  // keys asked for since clear()
+    std::map<std::string, std::string, std::less<>> values;  // looked up without a copy of the key
+    std::set<std::string, std::less<>> read;                 // keys asked for since clear()
+    bool recordReads = true;
     std::atomic<uint32_t> serial{1};
 };
 
@@ -60,12 +61,17 @@ void HostProperties::erase(const std::string& key) {
 
 std::map<std::string, std::string> HostProperties::snapshot() {
     std::lock_guard<std::mutex> guard(state().lock);
-    return state().values;
+    return std::map<std::string, std::string>(state().values.begin(), state().values.end());
 }
 
 std::vector<std::string> HostProperties::readKeys() {
     std::lock_guard<std::mutex> guard(state().lock);
     return std::vector<std::string>(state().read.begin(), state().read.end());
+}
+
+void HostProperties::setRecordReads(bool record) {
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().recordReads = record;
 }
 
 bool HostProperties::loadText(const std::string& text, const std::string& origin,
@@ -112,8 +118,8 @@ extern "C" int __system_property_get(const char* name, char* value) {
     if (name == nullptr) return 0;
     android::host::PropertyState& s = android::host::state();
     std::lock_guard<std::mutex> guard(s.lock);
-    if (s.read.find(std::string_view(name)) == s.read.end()) s.read.emplace(name);
-    auto it = s.values.find(name);
+    if (s.recordReads && s.read.find(std::string_view(name)) == s.read.end()) s.read.emplace(name);
+    auto it = s.values.find(std::string_view(name));
     if (it == s.values.end()) return 0;
     const size_t n = std::min(it->second.size(), static_cast<size_t>(PROP_VALUE_MAX - 1));
     memcpy(value, it->second.data(), n);

@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -15,7 +16,8 @@ namespace android {
 namespace host {
 namespace {
 
-using Table = std::map<std::string, std::map<std::string, std::string>>;
+// Transparent comparators: a query looks its list and key up without copying them.
+using Table = std::map<std::string, std::map<std::string, std::string, std::less<>>, std::less<>>;
 
 struct ListState {
     std::mutex lock;
@@ -25,6 +27,7 @@ struct ListState {
     std::atomic<uint64_t> queries{0};
     std::set<std::tuple<std::string, HostListService::Key, std::string>> asked;
     std::vector<HostListService::Ask> asks;  // distinct, in first-asked order
+    std::atomic<bool> recordAsks{true};
 };
 
 ListState& state() {
@@ -34,7 +37,7 @@ ListState& state() {
 
 bool lookup(const Table& table, const char* list, const std::string& key, std::string* value) {
     if (list == nullptr) return false;
-    auto l = table.find(list);
+    auto l = table.find(std::string_view(list));
     if (l == table.end()) return false;
     auto v = l->second.find(key);
     if (v == l->second.end()) return false;
@@ -44,6 +47,7 @@ bool lookup(const Table& table, const char* list, const std::string& key, std::s
 
 void noteAsk(const char* list, HostListService::Key key, const std::string& id) {
     ListState& s = state();
+    if (!s.recordAsks.load(std::memory_order_relaxed)) return;
     std::lock_guard<std::mutex> guard(s.lock);
     auto entry = std::make_tuple(std::string(list != nullptr ? list : ""), key, id);
     if (s.asked.insert(entry).second) {
@@ -154,6 +158,10 @@ uint64_t HostListService::queryCount() {
 std::vector<HostListService::Ask> HostListService::asks() {
     std::lock_guard<std::mutex> guard(state().lock);
     return state().asks;
+}
+
+void HostListService::setRecordAsks(bool record) {
+    state().recordAsks.store(record, std::memory_order_relaxed);
 }
 
 }  // namespace host
