@@ -10,8 +10,10 @@
 #include <memory>
 #include <string>
 #include <typeinfo>
+#include <unordered_map>
 
 #include <binder/IPCThreadState.h>
+#include <codec2/sfplugin/CCodec.h>
 #include <host/HostClock.h>
 #include <host/HostEvents.h>
 #include <host/HostListService.h>
@@ -127,6 +129,7 @@ void emptyFuzzWorld() {
     TavroVideoBoost::setStatusForTesting(OK);
     TavroWhiteListCacheMgr::getInstance()->resetForTesting();
     IPCThreadState::self()->clearCallingIdentityForTesting();
+    host::HostClock::useManual();  // every input starts at the same time
 }
 
 }  // namespace
@@ -141,7 +144,7 @@ void initFuzzWorld() {
     host::HostEvents::clear();
     host::HostProperties::setRecordReads(false);
     host::HostListService::setRecordAsks(false);
-    host::HostClock::useManual();
+    CCodec::setRecordCallsForTesting(false);
     makeProcFixture();
     setProcRootForTesting(procRoot());
     setProcessNameRootForTesting(procRoot());
@@ -153,7 +156,7 @@ const std::string& fuzzProcRoot() {
 }
 
 void setFuzzLogLevel(const char* level) {
-    host::HostProperties::set(kTavroLogLevelProperty, level);
+    host::HostProperties::set(named(kTavroLogLevelProperty), named(level));
 }
 
 FuzzInput::FuzzInput(FuzzedDataProvider& fdp, bool withPlatform)
@@ -163,15 +166,23 @@ FuzzInput::FuzzInput(FuzzedDataProvider& fdp, bool withPlatform)
 // The world is empty here: initFuzzWorld left it so, and so did the previous input's end.
 FuzzInput::FuzzInput(bool withPlatform, const char* logLevel) {
     if (withPlatform) {
-        host::HostProperties::set(kPropHardware, "qcom");
-        host::HostProperties::set(kPropDeviceFamily, "SM8550");
-        host::HostProperties::set(kPropProjectName, "fuzz");
+        host::HostProperties::set(named(kPropHardware), named("qcom"));
+        host::HostProperties::set(named(kPropDeviceFamily), named("SM8550"));
+        host::HostProperties::set(named(kPropProjectName), named("fuzz"));
     }
     setFuzzLogLevel(logLevel);
 }
 
 FuzzInput::~FuzzInput() {
     emptyFuzzWorld();
+}
+
+const std::string& named(const char* text) {
+    // Never destroyed: the strings are handed out for the process's life.
+    static auto* names = new std::unordered_map<const char*, std::string>();
+    auto it = names->find(text);
+    if (it == names->end()) it = names->emplace(text, text).first;
+    return it->second;
 }
 
 bool areaFits(int32_t width, int32_t height) {

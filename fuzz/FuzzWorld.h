@@ -12,9 +12,9 @@
 namespace android {
 namespace fuzz {
 
-// Once, from LLVMFuzzerInitialize: log lines off stderr and into a 64-record sink, host events,
-// property reads and list-service questions not recorded, manual host clock, the terminate
-// handler, and the fixture /proc (fuzzProcRoot()). Any later call does nothing.
+// Once, from LLVMFuzzerInitialize: log lines off stderr and into a 64-record sink; host events,
+// property reads, list-service questions and codec calls not recorded; the manual host clock;
+// the terminate handler; the fixture /proc (fuzzProcRoot()). Any later call does nothing.
 void initFuzzWorld();
 
 // A directory laid out like /proc, made once per process (on tmpfs when there is one) and removed
@@ -39,7 +39,8 @@ constexpr char kFuzzLogQuiet[] = "0";
 
 // One input's stay in the world, which it finds empty: no properties, an empty list service (fault
 // mode none), no boost requests (service available, status OK), a blank white-list cache reading
-// the fixture /proc, the process's own calling identity, an empty log sink. On entry the platform
+// the fixture /proc, the process's own calling identity, an empty log sink, the manual clock at
+// its start. On entry the platform
 // triple the white list needs ("qcom", "SM8550", "fuzz") is set unless `withPlatform` is false,
 // and the log level is set. On exit the world is emptied again, so that what the input stored is
 // freed before the input ends: libFuzzer runs a full leak check after every input that allocates
@@ -57,6 +58,11 @@ class FuzzInput {
 
     static constexpr uint8_t kDetailEvery = 16;
 };
+
+// `text` as a std::string made once per distinct pointer and kept for the process: the host stores
+// take std::string, and the tables of names a target walks on every input would otherwise be
+// copied at every call. For string literals and constant tables only.
+const std::string& named(const char* text);
 
 // True when width x height fits in int32: matching a video rule multiplies the two, and an area
 // that does not fit is the white list's named fatal check, which a fuzzer must not feed.

@@ -131,11 +131,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The whole lookup of an app, with the string as its "media-sched-boost" and top-activity
     // "vdec-cpu-boost" answers (the cluster half is only ever asked for video).
     const std::string answer = asListAnswer(text);
-    if (fuzz::boostInfoAreaFits(answer)) {
-        host::HostListService::setByUid(kListMediaSchedBoost, static_cast<int64_t>(getuid()),
-                                        answer);
-        host::HostListService::setTopActivity(-1, "fuzz.activity/.Main");
-        host::HostListService::setByActivity(kListVdecCpuBoost, "fuzz.activity/.Main", answer);
+    // Most answers are the text itself, whose parse is known already.
+    const bool fits = answer == text ? !ok || fuzz::areaFits(info->condition.limitWidth,
+                                                             info->condition.limitHeight)
+                                     : fuzz::boostInfoAreaFits(answer);
+    if (fits) {
+        const std::string& activity = fuzz::named("fuzz.activity/.Main");
+        host::HostListService::setByUid(fuzz::named(kListMediaSchedBoost),
+                                        static_cast<int64_t>(getuid()), answer);
+        host::HostListService::setTopActivity(-1, activity);
+        host::HostListService::setByActivity(fuzz::named(kListVdecCpuBoost), activity, answer);
         const TavroMediaInfo media = videoDecoder("video/hevc", "c2.qti.hevc.decoder", 3840, 2160);
         TavroUxInfo ux;
         TavroClusterInfo cluster;

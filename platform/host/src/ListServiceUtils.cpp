@@ -16,8 +16,30 @@ namespace android {
 namespace host {
 namespace {
 
+// An entry keeps its place and its value's storage once set: clear() only marks it unset, so that
+// a store filled again with the same entries (a fuzzer's every input) allocates nothing.
+struct Entry {
+    std::string value;
+    bool set = false;
+};
 // Transparent comparators: a query looks its list and key up without copying them.
-using Table = std::map<std::string, std::map<std::string, std::string, std::less<>>, std::less<>>;
+using Table = std::map<std::string, std::map<std::string, Entry, std::less<>>, std::less<>>;
+
+void setEntry(Table& table, const std::string& list, const std::string& key,
+              const std::string& value) {
+    Entry& entry = table[list][key];
+    entry.value = value;
+    entry.set = true;
+}
+
+void unsetAll(Table& table) {
+    for (auto& list : table) {
+        for (auto& entry : list.second) {
+            entry.second.set = false;
+            entry.second.value.clear();
+        }
+    }
+}
 
 struct ListState {
     std::mutex lock;
@@ -40,8 +62,8 @@ bool lookup(const Table& table, const char* list, const std::string& key, std::s
     auto l = table.find(std::string_view(list));
     if (l == table.end()) return false;
     auto v = l->second.find(key);
-    if (v == l->second.end()) return false;
-    if (value != nullptr) *value = v->second;
+    if (v == l->second.end() || !v->second.set) return false;
+    if (value != nullptr) *value = v->second.value;
     return true;
 }
 
@@ -104,10 +126,10 @@ bool member(const Table& table, const char* list, const std::string& key) {
 void HostListService::clear() {
     ListState& s = state();
     std::lock_guard<std::mutex> guard(s.lock);
-    s.byUid.clear();
-    s.byPid.clear();
-    s.byName.clear();
-    s.byActivity.clear();
+    unsetAll(s.byUid);
+    unsetAll(s.byPid);
+    unsetAll(s.byName);
+    unsetAll(s.byActivity);
     s.topActivity.clear();
     s.fault = Fault::kNone;
     s.asked.clear();
@@ -116,24 +138,24 @@ void HostListService::clear() {
 
 void HostListService::setByUid(const std::string& list, int64_t uid, const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byUid[list][std::to_string(uid)] = value;
+    setEntry(state().byUid, list, std::to_string(uid), value);
 }
 
 void HostListService::setByPid(const std::string& list, int64_t pid, const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byPid[list][std::to_string(pid)] = value;
+    setEntry(state().byPid, list, std::to_string(pid), value);
 }
 
 void HostListService::setByName(const std::string& list, const std::string& name,
                                 const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byName[list][name] = value;
+    setEntry(state().byName, list, name, value);
 }
 
 void HostListService::setByActivity(const std::string& list, const std::string& activity,
                                     const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byActivity[list][activity] = value;
+    setEntry(state().byActivity, list, activity, value);
 }
 
 void HostListService::setTopActivity(int32_t pid, const std::string& activity) {
