@@ -62,10 +62,10 @@ void classify(FuzzedDataProvider& fdp) {
     int32_t type = fdp.ConsumeIntegralInRange<int32_t>(0, 5);
     const int32_t before = type;
     checkColorAspectsInfo(aspects, &type);
-    check(type == before || type == kHdrInfoHdr10 || type == kHdrInfoHlg, "aspects gave a kind");
+    check(type == before || type == kHdrTypeHdr10 || type == kHdrTypeHlg, "aspects gave a kind");
     const bool vivid = isHDRVivid(dynamic);
     checkHdr10PlusInfo(dynamic, &type);
-    check(type == (vivid ? kHdrInfoHdrVivid : kHdrInfoHdr10Plus), "dynamic metadata kind");
+    check(type == (vivid ? kHdrTypeHdrVivid : kHdrTypeHdr10Plus), "dynamic metadata kind");
     checkColorAspectsInfo(nullptr, &type);
     checkHdr10PlusInfo(dynamic, nullptr);
 }

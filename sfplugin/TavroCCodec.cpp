@@ -11,7 +11,6 @@
 #include <binder/IPCThreadState.h>
 #include <media/MediaCodecInfo.h>
 #include <media/stagefright/foundation/ADebug.h>
-#include <tavro/ListServiceUtils.h>
 #include <tavro/PeltoEventUploadUtils.h>
 #include <tavro/TavroAnalysisFPS.h>
 #include <tavro/TavroFeedbackInfo.h>
@@ -22,6 +21,7 @@
 #include "common/TavroNumber.h"
 #include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroCCodecCallbacks.h"
+#include "sfplugin/TavroConfigureHelpers.h"
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "whitelist/TavroBoostInfo.h"
 
@@ -31,10 +31,6 @@ namespace {
 
 // Interval the event-upload client may refresh the top activity at.
 constexpr int32_t kTopActivityIntervalMs = 500;
-
-bool inListByUid(const char* list, int64_t uid) {
-    return ListServiceUtils::getInstance()->checkInListByUid(list, uid, 0);
-}
 
 String8 decimal(int64_t value) {
     return String8::format("%" PRId64, value);
@@ -49,23 +45,21 @@ TavroCCodec::TavroCCodec() {
     auto tavroCallback = std::make_shared<TavroCCodecCallbackImpl>(this);
     mChannel =
             std::make_shared<TavroCCodecBufferChannel>(baseCallback, tavroCallback, mAnalysisFPS);
-    mBoostState = kBoostStateNone;
     updateAnalysis(kKeyCodecCreateTime, systemTime(SYSTEM_TIME_MONOTONIC));
 }
 
 TavroCCodec::~TavroCCodec() {
-    TAVRO_LOGV(kTavroLogDetail, "%s [%d]: (%p)", "~TavroCCodec", __LINE__, this);
+    TAVRO_LOGV(kTavroLogDetail, kLogDestroy, __LINE__, this);
     if (mFeedbackID != 0 && mIsVideo.load()) {
         bool deleteId = true;
         if (mIsEncoder.load()) {
-            if (inListByUid(kListVideoEncoderStatistics, mCallingUid)) {
+            if (tavroInListByUid(kListVideoEncoderStatistics, mCallingUid)) {
                 TavroFeedbackInfo::pushFeedbackInfo(mFeedbackID, String8(kFeedbackOutputCount),
                                                     decimal(mAnalysisFPS->getOutputBufCntTotal()),
                                                     0);
                 TavroFeedbackInfo::sendFeedbackInfo(mFeedbackID);
             } else {
-                TAVRO_LOGV(kTavroLogVerbose, "[%s:L%d] IsNotUploadEncoderInfo ", __func__,
-                           __LINE__);
+                TAVRO_LOGV(kTavroLogVerbose, kLogDestroyEncoderNotUploaded, __LINE__);
                 // An encoder outside the statistics list never registered its id.
                 deleteId = false;
             }
@@ -75,7 +69,7 @@ TavroCCodec::~TavroCCodec() {
                 TavroFeedbackInfo::sendFeedbackHdrPlaybackInfo(mFeedbackID,
                                                                kFeedbackHdrPlaybackEvent, hdrType);
             }
-            if (inListByUid(kListVideoStatistics, mCallingUid)) {
+            if (tavroInListByUid(kListVideoStatistics, mCallingUid)) {
                 TavroFeedbackInfo::pushFeedbackInfo(mFeedbackID, String8(kFeedbackInputCount),
                                                     decimal(mAnalysisFPS->getInputBufCntTotal()),
                                                     0);
@@ -134,8 +128,8 @@ void TavroCCodec::onMessageReceived(const sp<AMessage>& msg) {
     if (what == kWhatConfigure) {
         sp<AMessage> format;
         if (mIsVideo.load() && msg->findMessage(kKeyFormat, &format)) {
-            std::lock_guard<std::mutex> lock(mBoostLock);
-            mBoostTids.push_back(static_cast<int32_t>(gettid()));
+            Mutex::Autolock lock(mBoostLock);
+            mBoost.tids.push_back(static_cast<int32_t>(gettid()));
         }
         getBoostParams(msg);
     }
@@ -178,8 +172,8 @@ void TavroCCodec::initiateAllocateComponent(const sp<AMessage>& msg) {
 
     if (mComponentName.find("encoder") >= 0 &&
         (mComponentName.find("c2.qti") >= 0 || mComponentName.find("c2.mtk") >= 0)) {
-        int64_t uid = IPCThreadState::self()->getCallingUid();
-        if (inListByUid(kListDisableVideoShaper, uid)) {
+        const int64_t uid = static_cast<int64_t>(IPCThreadState::self()->getCallingUid());
+        if (tavroInListByUid(kListDisableVideoShaper, uid)) {
             if (mCallback) mCallback->onDisableVideoShaper(true);
             TAVRO_LOGI("disable video shaper by list");
         }
@@ -188,8 +182,7 @@ void TavroCCodec::initiateAllocateComponent(const sp<AMessage>& msg) {
 }
 
 void TavroCCodec::initiateShutdown(bool keepComponentAllocated) {
-    TAVRO_LOGV(kTavroLogDetail, "%s [%d]: (%p) keepComponentAllocated=%d", __func__, __LINE__, this,
-               keepComponentAllocated);
+    TAVRO_LOGV(kTavroLogDetail, kLogShutdown, __LINE__, this, keepComponentAllocated);
     if (!keepComponentAllocated) {
         mAnalysisFPS->resetFPS();
         if (mFeedbackID != 0 && mIsVideo.load()) {
@@ -203,19 +196,19 @@ void TavroCCodec::initiateShutdown(bool keepComponentAllocated) {
 }
 
 status_t TavroCCodec::setSurface(const sp<Surface>& surface, uint32_t generation) {
-    TAVRO_LOGV(kTavroLogDetail, "%s [%d]: (%p) ", __func__, __LINE__, this);
+    TAVRO_LOGV(kTavroLogDetail, kLogSetSurface, __LINE__, this);
     mAnalysisFPS->signalNewPlay();
     return CCodec::setSurface(surface, generation);
 }
 
 void TavroCCodec::signalFlush() {
-    TAVRO_LOGD("%s [%d]: (%p)", __func__, __LINE__, this);
+    TAVRO_LOGD(kLogSignalFlush, __LINE__, this);
     mAnalysisFPS->signalFlush();
     CCodec::signalFlush();
 }
 
 void TavroCCodec::signalSetParameters(const sp<AMessage>& params) {
-    TAVRO_LOGD("%s [%d]: (%p)", __func__, __LINE__, this);
+    TAVRO_LOGD(kLogSignalSetParameters, __LINE__, this);
     float rate = 0.0f;
     if (params->findFloat(kKeyOperatingRate, &rate)) {
         mOperatingRate.store(tavroFloatToInt32(rate));
@@ -228,7 +221,8 @@ void TavroCCodec::signalSetParameters(const sp<AMessage>& params) {
         return;
     }
     mAnalysisFPS->updateParameters(params);
-    configTavroVppSwitchByApp(params);
+    TavroConfigureOut unused;
+    configTavroVppSwitchByApp(configureContext(), params, &unused);
     CCodec::signalSetParameters(params);
 }
 

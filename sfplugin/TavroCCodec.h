@@ -5,15 +5,16 @@
 //
 // Threads and locks: onMessageReceived runs on the codec's looper; the other operations on the
 // callers' threads; the callback bridges on the buffer path's threads. Lock order: the base's
-// state lock, then mBoostLock, never the reverse.
+// state lock, then mBoostLock, never the reverse. The locks are libutils' Mutex, whose annotations
+// let clang's -Wthread-safety check every GUARDED_BY field and REQUIRES method below.
 #pragma once
 
 #include <stdint.h>
 
+#include <array>
 #include <atomic>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <C2Work.h>
@@ -22,8 +23,12 @@
 #include <media/stagefright/foundation/AMessage.h>
 #include <media/stagefright/foundation/AString.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/String8.h>
+
+#include "sfplugin/TavroConfigureSteps.h"
+#include "sfplugin/TavroHdrInfo.h"
 
 namespace android {
 
@@ -50,24 +55,35 @@ constexpr uint32_t kWhatResetOperatingRate = tavroFourCC('r', 'O', 'p', 't');
 // Period of the frame-rate check and of the operating-rate watchdog, and the bApp delay.
 constexpr int64_t kTavroCheckPeriodUs = 1000000;
 
-// Boost state word (mBoostState) and execution flags of executeMediaBoost.
-constexpr uint32_t kBoostStateNone = 1;     // no boost possible; every execution is refused
-constexpr uint32_t kBoostStateArmed = 2;    // request armed, nothing sent
-constexpr uint32_t kBoostStateThreads = 4;  // thread part sent
-constexpr uint32_t kBoostStateCluster = 8;  // bit: cluster part sent (boost active)
+// Execution flags of executeMediaBoost: which part of the boost request to send or release.
 constexpr uint32_t kBoostSendThreads = 0x4;
 constexpr uint32_t kBoostSendCluster = 0x8;
 constexpr uint32_t kBoostSendAll = 0xC;
 constexpr uint32_t kBoostReleaseCluster = 0x20;
 constexpr uint32_t kBoostReleaseAll = 0x30;
 
-// HDR kinds held by the codec (0 none).
-constexpr int32_t kHdrTypeNone = 0;
-constexpr int32_t kHdrTypeHdr10 = 1;
-constexpr int32_t kHdrTypeHlg = 2;
-constexpr int32_t kHdrTypeHdr10Plus = 3;
-constexpr int32_t kHdrTypeHdrVivid = 4;
-constexpr int32_t kHdrTypeDolbyVision = 5;
+// Where a codec's boost request stands. The values are those of the boost state word the boost
+// log prints ("Execute media boost, state[0x%x]"), where 8 is added while the cluster part is sent.
+enum class TavroBoostPhase : uint32_t {
+    kUnavailable = 1,  // no boost client or an empty request: every execution is refused
+    kArmed = 2,        // request armed, nothing sent; also after a full release
+    kThreadsSent = 4,  // the start sent the thread part (alone or with the cluster part)
+};
+constexpr uint32_t kBoostClusterSentBit = 8;
+
+// The boost state of one codec: guarded as a whole by TavroCCodec::mBoostLock (the member holding
+// it is GUARDED_BY that lock, so every field access is checked).
+struct TavroBoostState {
+    sp<TavroVideoBoost> service;                     // the video boost service client
+    std::shared_ptr<TavroVideoBoostParams> request;  // the request built at configure
+    TavroBoostPhase phase = TavroBoostPhase::kUnavailable;
+    bool clusterSent = false;   // the cluster part is active: the watchdog may release it
+    std::vector<int32_t> tids;  // tp-ux-tid, configuring thread, looper thread
+
+    uint32_t word() const {
+        return static_cast<uint32_t>(phase) | (clusterSent ? kBoostClusterSentBit : 0u);
+    }
+};
 
 // Format and telemetry keys used by the front-end itself.
 constexpr char kKeyCodecInfo[] = "codecInfo";
@@ -97,13 +113,22 @@ constexpr int32_t kFeedbackHdrPlaybackEvent = 21004;
 // The process whose surface input is not analysed.
 constexpr char kProcessNoSurfaceAnalysis[] = "com.tavro.olc";
 
+// Lifecycle log texts: the operation, then (filled in) its source line and the codec.
+constexpr char kLogDestroy[] = "~TavroCCodec [%d]: (%p)";
+constexpr char kLogDestroyEncoderNotUploaded[] = "[~TavroCCodec:L%d] IsNotUploadEncoderInfo ";
+constexpr char kLogShutdown[] = "initiateShutdown [%d]: (%p) keepComponentAllocated=%d";
+constexpr char kLogSetSurface[] = "setSurface [%d]: (%p) ";
+constexpr char kLogSignalFlush[] = "signalFlush [%d]: (%p)";
+constexpr char kLogSignalSetParameters[] = "signalSetParameters [%d]: (%p)";
+
 class TavroCCodec : public CCodec {
   public:
     TavroCCodec();
 
     void initiateAllocateComponent(const sp<AMessage>& msg) override;
-    // Configure pipeline: fills the members, runs the configuration steps in their fixed order
-    // (each may add or change keys of `msg`) and hands `msg` to the base. Never fails.
+    // Configure pipeline: reads who the client is, runs kConfigureSteps in their fixed order
+    // (each may add or change keys of `msg`), keeps their outcomes and hands `msg` to the base.
+    // Never fails.
     void initiateConfigureComponent(const sp<AMessage>& msg) override;
     void initiateShutdown(bool keepComponentAllocated = false) override;
     status_t setSurface(const sp<Surface>& surface, uint32_t generation) override;
@@ -112,6 +137,11 @@ class TavroCCodec : public CCodec {
     void reportOverLoadInfo() override;
     void onWorkDone(std::list<std::unique_ptr<C2Work>>& works) override;
     void setupInputSurface(const std::shared_ptr<InputSurfaceWrapper>& surface) override;
+
+    // Each row of kConfigureSteps with its status and, when it changed nothing, why: the outcome
+    // of the last configure, in the table's order. Empty before the first configure. Any thread.
+    std::vector<TavroConfigureStepResult> lastConfigureResults() const
+            EXCLUDES(mConfigureResultsLock);
 
   protected:
     ~TavroCCodec() override;
@@ -126,55 +156,25 @@ class TavroCCodec : public CCodec {
     void postSelf(uint32_t what, int64_t delayUs);
     void updateAnalysis(const char* key, int64_t value);
     // Sends or releases the cluster part of the boost as the operating rate moves.
-    void checkOperatingRate();
-    void handleBoostApp(const sp<AMessage>& msg);
+    void checkOperatingRate() EXCLUDES(mBoostLock);
+    void handleBoostApp(const sp<AMessage>& msg) EXCLUDES(mBoostLock);
 
-    // ---- Configure pipeline and its own rules -----------------------------------------------
-    void configureEncoderOverrides(const sp<AMessage>& msg);
-    void configureDolbyVision(const sp<AMessage>& msg);
-    void configureThumbnail(const sp<AMessage>& msg);
-    void configureInitialQp(const sp<AMessage>& msg);
-    void configureFeedback(const sp<AMessage>& msg);
-    void configureMtkColorConvert(const sp<AMessage>& msg);
-    void configureBoostThreads(const sp<AMessage>& msg);
-    void configureBatchMode(const sp<AMessage>& msg);
+    // ---- Configure pipeline -----------------------------------------------------------------
+    // What the steps may read, from the members and the calling thread.
+    TavroConfigureContext configureContext() const;
+    // Applies a step's hand-backs to the codec and to `ctx` for the steps after it.
+    void applyConfigureOut(TavroConfigureOut* out, TavroConfigureContext* ctx) EXCLUDES(mBoostLock);
 
-    // ---- Encoder rate control -----------------------------------------------------------------
-    status_t setGopAndBitrate(const sp<AMessage>& format);
-    status_t setBFrame(const sp<AMessage>& format);
-    status_t configEncoderBitrateSavings(const sp<AMessage>& format);
-    void configEncoderQpRange(const sp<AMessage>& format);
-
-    // ---- Encoder and decoder tuning -----------------------------------------------------------
-    status_t configEncoderPriority(const sp<AMessage>& format);
-    status_t configDecoderPriority(const sp<AMessage>& format);
-    status_t setUsageFlag(const sp<AMessage>& format);
-    status_t configEncoderScene(const sp<AMessage>& format);
-    status_t configEncoderFilter(const sp<AMessage>& format);
-
-    // ---- Video post-processing selection -----------------------------------------------------
-    status_t configTavroVppType(const sp<AMessage>& format);
-    status_t configTavroVppTypeV2(const sp<AMessage>& format);
-    status_t configTavroVppSwitchByApp(const sp<AMessage>& format);
-    status_t checkHandleByActivity(const sp<AMessage>& format);
-
-    // ---- Extension steps ----------------------------------------------------------------------
-    status_t setExtParam(const sp<AMessage>& format);
-    status_t setQtiExtParam(const sp<AMessage>& format);
-    status_t configureInputDelay(const sp<AMessage>& format);
-    status_t configureSWInputDelay(const sp<AMessage>& format);
-    status_t configureTonemapFilter(const sp<AMessage>& format);
-    bool getFilterEnableValue(const sp<AMessage>& format);
-
-    // ---- Media boost client ---------------------------------------------------------------------
-    void getBoostParams(const sp<AMessage>& msg);
-    bool initVideoBoostParams();
+    // ---- Media boost client -------------------------------------------------------------------
+    void getBoostParams(const sp<AMessage>& msg) EXCLUDES(mBoostLock);
+    bool initVideoBoostParams() EXCLUDES(mBoostLock);
     bool getMediaInfo(const sp<AMessage>& msg, TavroMediaInfo& info);
-    bool parseBoostInfo(const TavroMediaInfo& info);
+    bool parseBoostInfo(const TavroMediaInfo& info) EXCLUDES(mBoostLock);
     // Called with the base's state lock held.
-    void startMediaBoost();
-    void executeMediaBoost(uint32_t flags);
-    void boostAppKeyThread(const sp<AMessage>& params);
+    void startMediaBoost() EXCLUDES(mBoostLock);
+    void executeMediaBoost(uint32_t flags) EXCLUDES(mBoostLock);
+    void executeMediaBoost_l(uint32_t flags) REQUIRES(mBoostLock);
+    void boostAppKeyThread(const sp<AMessage>& params) EXCLUDES(mBoostLock);
 
     // ---- HDR detection ------------------------------------------------------------------------
     void checkHDRType(std::list<std::unique_ptr<C2Work>>& works);
@@ -186,8 +186,13 @@ class TavroCCodec : public CCodec {
     sp<TavroAnalysisFPS> mAnalysisFPS;
     int64_t mFeedbackID = 0;
     // Flags and counters shared by the callers' threads, the buffer path and the looper without a
-    // lock: atomics with relaxed ordering (a doubled timer chain is tolerated).
-    std::atomic<bool> mFpsCheckPosted{false};     // set by the bridges, cleared by shutdown
+    // lock: atomics with relaxed ordering.
+    // One flag for both periodic checks: whichever of the first video input (cFps) or the first
+    // counted encoder work (cOpt) flips it starts its chain, so a video encoder, whose first
+    // input comes before its first work, never runs the cOpt chain; both chains keep running
+    // while it stays set and stop at their next firing once shutdown clears it. Flipped with
+    // exchange(true), so only one caller posts.
+    std::atomic<bool> mFpsCheckPosted{false};
     std::atomic<bool> mFirstWorkDone{false};      // set by the work-done bridge
     std::atomic<int32_t> mHdrCheckedWorks{0};     // output works examined by checkHDRType
     std::atomic<int32_t> mHdrType{kHdrTypeNone};  // configure (Dolby Vision) and checkHDRType
@@ -197,20 +202,23 @@ class TavroCCodec : public CCodec {
     int64_t mCallingPid = 0;
     int64_t mCallingUid = 0;
     String8 mProcessName;
-    // Guards mVideoBoost, mBoostParams, mBoostState, mBoostTids and mClusterInfo writes.
-    std::mutex mBoostLock;
-    sp<TavroVideoBoost> mVideoBoost;
-    std::shared_ptr<TavroVideoBoostParams> mBoostParams;
-    // Replaced with std::atomic_store under mBoostLock; the work-done bridge reads it without the
-    // lock through std::atomic_load.
+
+    // Lock order: the base's state lock, then mBoostLock; never the reverse.
+    Mutex mBoostLock;
+    TavroBoostState mBoost GUARDED_BY(mBoostLock);
+    // The cluster half of the boost decision: replaced with std::atomic_store under mBoostLock;
+    // the work-done bridge reads it without the lock through std::atomic_load.
     std::shared_ptr<TavroClusterInfo> mClusterInfo;
-    std::vector<int32_t> mBoostTids;  // tp-ux-tid, configuring thread, looper thread
     std::atomic<int32_t> mCountedFps{0};
     std::atomic<int32_t> mOperatingRate{0};           // set-parameters, configure and watchdog
     std::atomic<int32_t> mRestoreOperatingRate{0};    // setExtParam at configure
     std::atomic<bool> mOperatingRateRestored{false};  // set by the render bridge
-    uint32_t mBoostState = kBoostStateNone;
     std::atomic<int32_t> mEncodedFrames{0};  // counted by the work-done bridge, read by cOpt
+
+    mutable Mutex mConfigureResultsLock;
+    std::array<TavroConfigureStepResult, kConfigureStepCount> mConfigureResults
+            GUARDED_BY(mConfigureResultsLock);
+    bool mConfigured GUARDED_BY(mConfigureResultsLock) = false;
 };
 
 }  // namespace android

@@ -7,6 +7,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <vector>
 
 #include <C2Param.h>
@@ -137,9 +138,8 @@ status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>
     if (mTavroCallback != nullptr) mTavroCallback->renderOutputBuffer(buffer, timestampNs);
     if (mFFModeStatus.load(std::memory_order_relaxed)) {
         // Both truncate toward zero; a negative time wraps, which the history treats as a jump.
-        pushRenderTimeInfo(static_cast<uint64_t>(metaTimeMs(buffer)),
-                           static_cast<uint64_t>(timestampNs / 1000000));
-        setFFmode();
+        onRenderSample(static_cast<uint64_t>(metaTimeMs(buffer)),
+                       static_cast<uint64_t>(timestampNs / 1000000));
     }
     const status_t err = CCodecBufferChannel::renderOutputBuffer(buffer, timestampNs);
     if (!mFirstFrameRendered.exchange(true) && mAnalysisFPS != nullptr) {
@@ -152,16 +152,17 @@ status_t TavroCCodecBufferChannel::discardBuffer(const sp<MediaCodecBuffer>& buf
     if (mAnalysisFPS != nullptr) mAnalysisFPS->discardBuffer();
     if (mFFModeStatus.load(std::memory_order_relaxed)) {
         // Render time 0 marks the frame as dropped.
-        pushRenderTimeInfo(static_cast<uint64_t>(metaTimeMs(buffer)), 0);
-        setFFmode();
+        onRenderSample(static_cast<uint64_t>(metaTimeMs(buffer)), 0);
     }
     return CCodecBufferChannel::discardBuffer(buffer);
 }
 
 void TavroCCodecBufferChannel::flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) {
     TAVRO_LOGV(kTavroLogVerbose, "flush");
-    std::lock_guard<std::mutex> lock(mLock);
-    clearHistory_l();
+    Mutex::Autolock lock(mLock);
+    mDetector.clear();
+    // The platform flush is called with mLock held: emptying the history and dropping the
+    // platform's buffers are one step that no render or discard sample interleaves with.
     CCodecBufferChannel::flush(flushedWork);
 }
 
@@ -219,23 +220,26 @@ void TavroCCodecBufferChannel::scanWorkResults(const C2Worklet& worklet) {
 
         if (core == kVppStutterInfoCore) {
             // The first stutter record ends the scan, whether or not it is usable.
-            if ((index & kVppStutterInfoMask) != kVppStutterInfoIndex || size < 8) return;
-            const char* text = reinterpret_cast<const char*>(bytes + 8);
-            if (memchr(text, '\0', size - 8) == nullptr) {
-                ALOGW("onWorkDone: C2VppStutterInfo of %zu bytes has no terminator, ignored", size);
+            if ((index & kVppStutterInfoMask) != kVppStutterInfoIndex ||
+                size < kC2ParamHeaderSize) {
                 return;
             }
-            TAVRO_LOGD(kLogStutterInfo, "onWorkDone", 464, text);
-            if (mAnalysisFPS != nullptr) mAnalysisFPS->setVppStutter(String8(text));
+            // The text ends at its terminator or at the record's end, whichever comes first; a
+            // record of the header alone carries an empty one.
+            const char* chars = reinterpret_cast<const char*>(bytes + kC2ParamHeaderSize);
+            const String8 text(chars, strnlen(chars, size - kC2ParamHeaderSize));
+            TAVRO_LOGD(kLogStutterInfo, text.c_str());
+            if (mAnalysisFPS != nullptr) mAnalysisFPS->setVppStutter(text);
             return;
         }
         if (core == kSrStatusInfoCore) {
             if ((index & kSrStatusInfoMask) != kSrStatusInfoIndex ||
-                (index & kParamDirMask) == kParamDirGlobal || size < 12) {
+                (index & kParamDirMask) == kParamDirGlobal ||
+                size < kC2ParamHeaderSize + sizeof(int32_t)) {
                 return;
             }
             int32_t status;
-            memcpy(&status, bytes + 8, sizeof(status));
+            memcpy(&status, bytes + kC2ParamHeaderSize, sizeof(status));
             if (status >= 1) {
                 PeltoEventUploadUtils::getInstance()->setEvent(String8(kPeltoEventWechatSr),
                                                                String8(kPeltoEventOn));
@@ -260,8 +264,7 @@ status_t TavroCCodecBufferChannel::sendFeedbackInfo(const sp<AMessage>& msg) {
 void TavroCCodecBufferChannel::cheekFFModeStatus(bool enable, int32_t vppWhiteListValue) {
     mFFModeStatus.store(enable, std::memory_order_relaxed);
     mVppWhiteListValue.store(vppWhiteListValue, std::memory_order_relaxed);
-    TAVRO_LOGV(kTavroLogVerbose, kLogFFModeStatus, "cheekFFModeStatus", 416, enable,
-               vppWhiteListValue);
+    TAVRO_LOGV(kTavroLogVerbose, kLogFFModeStatus, enable, vppWhiteListValue);
 }
 
 void TavroCCodecBufferChannel::setInputMetEos(bool eos) {
@@ -281,11 +284,11 @@ void TavroCCodecBufferChannel::setHdrType(int32_t type) {
     const uint32_t newType = oldType | static_cast<uint32_t>(type);
     if (newType == oldType) return;
     if ((newType & kChannelHdrVivid) != 0) {
-        TAVRO_LOGD(kLogHdrVivid, type);
+        TAVRO_LOGD(kLogChannelHdrVivid, type);
     } else if ((newType & kChannelHdr10Plus) != 0) {
-        TAVRO_LOGD(kLogHdr10Plus, type);
+        TAVRO_LOGD(kLogChannelHdr10Plus, type);
     } else if (oldType != 0 || type != 0) {
-        TAVRO_LOGD(kLogHdr10OrHlg, type);
+        TAVRO_LOGD(kLogChannelHdr10OrHlg, type);
     }
     if (mAnalysisFPS != nullptr) {
         // The analysis object keeps its own view: it gets the kind just seen, not the set.
@@ -309,159 +312,119 @@ status_t TavroCCodecBufferChannel::writeVendorParamU32(uint32_t index, uint32_t 
     return setParameters(params);
 }
 
-void TavroCCodecBufferChannel::pushSample_l(uint64_t pts, uint64_t render) {
-    if (mRenderCount >= kRenderHistoryMax) {
-        mRenderHead = (mRenderHead + 1) % kRenderHistoryMax;
-        --mRenderCount;
+void TavroCCodecBufferChannel::logSample(const cRenderTimeInfo& s) {
+    TAVRO_LOGV(kTavroLogVerbose, kLogRenderSample, static_cast<long long>(s.pts),
+               static_cast<long long>(s.render), static_cast<long long>(s.sys), s.ptsUnit,
+               s.renderUnit, s.sysUnit, s.speed, s.speed2);
+}
+
+void TavroCCodecBufferChannel::logSpeedDecision(const TavroSpeedDecision& d) {
+    // Only a decision that changes the mode is logged, and the text is built only then.
+    if (!d.speedChanged || !tavroLogOn(kTavroLogDebug, kTavroLogDefaultOn)) return;
+    char text[1024];  // five pairs of the widest floats fit
+    size_t used = 0;
+    auto append = [&](int n) {
+        if (n > 0) used = std::min(sizeof(text) - 1, used + static_cast<size_t>(n));
+    };
+    append(snprintf(text, sizeof(text), kLogSpeedDecisionMode, d.fastMode ? 1u : 0u));
+    for (size_t j = 0; j < d.walkedCount; ++j) {
+        append(snprintf(text + used, sizeof(text) - used, kLogSpeedDecisionRatios,
+                        static_cast<double>(d.walked[j].speed),
+                        static_cast<double>(d.walked[j].speed2)));
     }
-    cRenderTimeInfo& sample = sampleAt_l(mRenderCount);
-    sample = cRenderTimeInfo();
-    sample.pts = pts;
-    sample.render = render;
-    sample.sys = monotonicMs();
-    ++mRenderCount;
+    if (d.reset) {
+        append(snprintf(text + used, sizeof(text) - used, kLogSpeedDecisionReset, d.historySize));
+    }
+    ALOGD("%s", text);
 }
 
 void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render) {
-    std::lock_guard<std::mutex> lock(mLock);
-    if (pts == 0) clearHistory_l();
-    pushSample_l(pts, render);
-
-    const size_t n = mRenderCount;
-    if (n >= kRenderSpan + 1) {
-        cRenderTimeInfo& newest = sampleAt_l(n - 1);
-        const cRenderTimeInfo& old = sampleAt_l(n - 1 - kRenderSpan);
-        // Unsigned on purpose: a dropped frame (render 0) wraps and never fails the render test.
-        if (newest.render - 1 < old.render || !(newest.pts > old.pts && newest.sys > old.sys)) {
-            // A seek, loop or clock jump: rates across it mean nothing, start again.
-            clearHistory_l();
-            pushSample_l(pts, render);
-        } else {
-            // Differences are at least 1 here, so no rate divides by zero.
-            newest.ptsUnit = static_cast<float>(kRenderRateNumerator /
-                                                static_cast<double>(newest.pts - old.pts));
-            newest.sysUnit = static_cast<float>(kRenderRateNumerator /
-                                                static_cast<double>(newest.sys - old.sys));
-            newest.speed2 = newest.sysUnit / newest.ptsUnit;
-            if (newest.render != 0 && old.render != 0) {
-                newest.renderUnit = static_cast<float>(
-                        kRenderRateNumerator / static_cast<double>(newest.render - old.render));
-                newest.speed = newest.renderUnit / newest.ptsUnit;
-            }
-        }
+    const uint64_t sys = monotonicMs();
+    cRenderTimeInfo newest;
+    {
+        Mutex::Autolock lock(mLock);
+        mDetector.addSample(pts, render, sys);
+        newest = mDetector.newest();
     }
-    if (mRenderCount > 0) {
-        const cRenderTimeInfo& s = sampleAt_l(mRenderCount - 1);
-        TAVRO_LOGV(kTavroLogVerbose, kLogRenderSample, static_cast<long long>(s.pts),
-                   static_cast<long long>(s.render), static_cast<long long>(s.sys), s.ptsUnit,
-                   s.renderUnit, s.sysUnit, s.speed, s.speed2);
-    }
+    logSample(newest);
 }
 
 bool TavroCCodecBufferChannel::isSpeedChanged() {
-    // The decision text is logged only when the result is true and the level allows it; the
-    // samples it names are remembered and it is written only then.
-    const bool logOn = tavroLogOn(kTavroLogDebug, kTavroLogDefaultOn);
-    std::lock_guard<std::mutex> lock(mLock);
-    const uint32_t ff = mFFmode.load(std::memory_order_relaxed);
-    const size_t n = mRenderCount;
-    size_t walked[kRenderHistoryMax / kRenderSpan + 1];
-    size_t walkedCount = 0;
-    bool result = false;
-    bool reset = false;
-
-    if (ff == 0 && n >= kEnterFastSamples) {
-        result = true;
-        for (size_t k = 0; k <= 2 * kRenderSpan; k += kRenderSpan) {
-            const cRenderTimeInfo& s = sampleAt_l(n - 1 - k);
-            if (!(s.speed > kZeroSpeedFloor) && !(s.speed2 > kZeroSpeedFloor)) {
-                result = false;
-                continue;
-            }
-            walked[walkedCount++] = n - 1 - k;
-            if (s.speed < kFastSpeed && s.speed2 < kFastSpeed) return false;
-        }
-    } else if (ff == 1 && n >= kLeaveFastSamples) {
-        result = true;
-        for (size_t i = n - 1;; i -= kRenderSpan) {
-            const cRenderTimeInfo& s = sampleAt_l(i);
-            if (!(s.speed > kZeroSpeedFloor) && !(s.speed2 > kZeroSpeedFloor)) {
-                result = false;
-            } else {
-                walked[walkedCount++] = i;
-                if (s.speed > kFastSpeed || s.speed2 > kFastSpeed) {
-                    result = false;
-                    break;
-                }
-            }
-            if (i < kRenderSpan + 1) break;
-        }
-    } else if (ff == 1 && n <= kResetFastMaxSamples) {
-        result = true;
-        reset = true;
+    TavroSpeedDecision d;
+    {
+        Mutex::Autolock lock(mLock);
+        d = mDetector.decideSpeed();
     }
-
-    if (result && logOn) {
-        char text[1024];
-        int used = snprintf(text, sizeof(text), "oldFF:%u ", ff);
-        for (size_t j = 0; j < walkedCount && used >= 0 && static_cast<size_t>(used) < sizeof(text);
-             ++j) {
-            const cRenderTimeInfo& s = sampleAt_l(walked[j]);
-            used += snprintf(text + used, sizeof(text) - used, "[%f %f] ", s.speed, s.speed2);
-        }
-        if (reset && used >= 0 && static_cast<size_t>(used) < sizeof(text)) {
-            snprintf(text + used, sizeof(text) - used, "listSize:%zu", n);
-        }
-        ALOGD("%s", text);
-    }
-    return result;
-}
-
-bool TavroCCodecBufferChannel::fileFpsChanged_l() {
-    if (mRenderCount < kRenderSpan + 1) return false;
-    const float newest = sampleAt_l(mRenderCount - 1).ptsUnit;
-    if (fabsf(mFileFps - newest) > kFileFpsChangeMin) {
-        mFileFps = newest;
-        return true;
-    }
-    return false;
+    logSpeedDecision(d);
+    return d.speedChanged;
 }
 
 bool TavroCCodecBufferChannel::isFileFpsChanged() {
-    std::lock_guard<std::mutex> lock(mLock);
-    return fileFpsChanged_l();
+    Mutex::Autolock lock(mLock);
+    return mDetector.checkFileFps();
 }
 
 void TavroCCodecBufferChannel::setFFmode() {
-    bool fpsChanged;
+    bool fileFpsChanged;
     float fileFps;
     {
-        std::lock_guard<std::mutex> lock(mLock);
-        fpsChanged = fileFpsChanged_l();
-        fileFps = mFileFps;
+        Mutex::Autolock lock(mLock);
+        fileFpsChanged = mDetector.checkFileFps();
+        fileFps = mDetector.fileFps();
     }
-    const bool speedChanged = isSpeedChanged();
+    TavroSpeedDecision d;
+    {
+        Mutex::Autolock lock(mLock);
+        d = mDetector.decideSpeed();
+    }
+    logSpeedDecision(d);
+    d.fileFpsChanged = fileFpsChanged;
+    d.fileFps = fileFps;
+    actOnDecision(d);
+}
 
-    if (fpsChanged || speedChanged) {
-        const uint32_t oldFF = mFFmode.load(std::memory_order_relaxed);
-        TAVRO_LOGD(kLogFFChanged, "setFFmode", 227, fpsChanged, speedChanged, fileFps,
-                   static_cast<int>(oldFF));
+void TavroCCodecBufferChannel::onRenderSample(uint64_t pts, uint64_t render) {
+    const uint64_t sys = monotonicMs();
+    TavroSpeedDecision d;
+    cRenderTimeInfo newest;
+    {
+        Mutex::Autolock lock(mLock);
+        d = mDetector.onSample(pts, render, sys);
+        newest = mDetector.newest();
+    }
+    logSample(newest);
+    logSpeedDecision(d);
+    actOnDecision(d);
+}
+
+void TavroCCodecBufferChannel::actOnDecision(const TavroSpeedDecision& d) {
+    if (d.fileFpsChanged || d.speedChanged) {
+        TAVRO_LOGD(kLogFFChanged, d.fileFpsChanged, d.speedChanged, static_cast<double>(d.fileFps),
+                   d.fastMode ? 1 : 0);
         std::vector<std::unique_ptr<C2Param>> params;
         // Without a known scan type the component cannot switch modes: the decision is dropped.
-        if (speedChanged && mAnalysisFPS != nullptr && mAnalysisFPS->getVideoScanType() != 0) {
-            const uint32_t newFF = oldFF == 0 ? 1 : 0;
-            mFFmode.store(newFF, std::memory_order_relaxed);
+        if (d.speedChanged && mAnalysisFPS != nullptr && mAnalysisFPS->getVideoScanType() != 0) {
+            uint32_t newFF;
+            {
+                Mutex::Autolock lock(mLock);
+                newFF = mDetector.fastMode() ? 0 : 1;
+                mDetector.setFastMode(newFF != 0);
+            }
             params.push_back(std::make_unique<TavroU32Param>(kVppModeParamIndex, newFF));
         }
-        if (fpsChanged) {
-            params.push_back(std::make_unique<TavroFloatParam>(kFileFpsParamIndex, fileFps));
+        if (d.fileFpsChanged) {
+            params.push_back(std::make_unique<TavroFloatParam>(kFileFpsParamIndex, d.fileFps));
         }
         mLastSetParamStatus.store(setParameters(params), std::memory_order_relaxed);
     } else if (mLastSetParamStatus.load(std::memory_order_relaxed) != OK) {
         // The component refused the last write: the mode must not stay out of step with it.
-        mLastSetParamStatus.store(
-                writeVendorParamU32(kVppModeParamIndex, mFFmode.load(std::memory_order_relaxed)),
-                std::memory_order_relaxed);
+        uint32_t mode;
+        {
+            Mutex::Autolock lock(mLock);
+            mode = mDetector.fastMode() ? 1 : 0;
+        }
+        mLastSetParamStatus.store(writeVendorParamU32(kVppModeParamIndex, mode),
+                                  std::memory_order_relaxed);
     }
 }
 

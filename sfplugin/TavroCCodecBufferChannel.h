@@ -5,17 +5,16 @@
 // and fast-forward, and keeps the HDR bit set.
 //
 // Threads: the platform calls the overrides from its input, render and work-completion threads,
-// which may overlap. mLock guards only the render-time history and mFileFps (and is held across
-// the platform flush); every other field is an atomic written by the path named next to it.
+// which may overlap. mLock guards only the speed detector (the render-time history, the content
+// rate and the fast-forward mode; GUARDED_BY, checked by clang's -Wthread-safety) and is held
+// across the platform flush; every other field is an atomic written by the path named next to it.
 #pragma once
 
 #include <stdint.h>
 
-#include <array>
 #include <atomic>
 #include <list>
 #include <memory>
-#include <mutex>
 
 #include <C2Config.h>
 #include <C2Work.h>
@@ -24,7 +23,11 @@
 #include <media/MediaCodecBuffer.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/RefBase.h>
+
+#include "sfplugin/TavroHdrInfo.h"
+#include "sfplugin/TavroSpeedDetector.h"
 
 namespace android {
 
@@ -37,7 +40,8 @@ constexpr uint32_t kFileFpsParamIndex = 0xC2002000;        // float: content fra
 constexpr uint32_t kTavroVendorParamSize = 12;
 
 // ---- Parameters read from the component's work results ----
-// Stutter text: NUL-terminated at byte 8, once the stream-id bits are cleared.
+// Stutter text: from byte 8 to its terminator or the record's end, once the stream-id bits are
+// cleared. A record of the header alone carries an empty text.
 constexpr uint32_t kVppStutterInfoIndex = 0xA0018602;
 constexpr uint32_t kVppStutterInfoMask = 0xFE0FFFFF;
 constexpr uint32_t kVppStutterInfoCore = 0x18602;
@@ -68,47 +72,19 @@ constexpr char kPeltoEventOn[] = "on";
 constexpr char kLogDataCorruptStart[] = "onWorkDone: stream data corrupt start";
 constexpr char kLogDataCorruptStop[] = "onWorkDone: stream data corrupt stop";
 constexpr char kLogSetWechatSr[] = "set PELTO_EVENT_PELTOSERVICE_WECHAT_SR";
-constexpr char kLogStutterInfo[] = "[%s:L%d] C2VppStutterInfo:%s";
+constexpr char kLogStutterInfo[] = "[onWorkDone:L464] C2VppStutterInfo:%s";
 constexpr char kLogScanType[] = "mVideoScanType is: %d";
-constexpr char kLogFFModeStatus[] = "[%s:L%d] bFFModeStatus:%d, iVppWhiteListValue:%d";
+constexpr char kLogFFModeStatus[] =
+        "[cheekFFModeStatus:L416] bFFModeStatus:%d, iVppWhiteListValue:%d";
 constexpr char kLogRenderSample[] =
         "laster: pts:%lld, render:%lld, sys:%lld unit[pts:%f render:%f sys:%f] speed:%f - %f";
-constexpr char kLogFFChanged[] = "[%s:L%d]isChanged:FileFps:%d Speed:%d old:FileFps:%f FF:%d";
-constexpr char kLogHdrVivid[] = "HdrType HdrVivid %d";
-constexpr char kLogHdr10Plus[] = "HdrType Hdr10+ %d";
-constexpr char kLogHdr10OrHlg[] = "HdrType HDR10 or HLG %d";
-
-// ---- Playback speed detection: model and thresholds ----
-// Every rendered or discarded frame leaves a sample (pts, render time, system time, all in ms).
-// The newest sample is compared with the one 10 frames before it: 10 000 / (difference) is the
-// rate in frames per second over that span, for the content (pts), the display (render) and the
-// wall clock (sys). A speed ratio is content rate over display or wall rate, so 2 means the
-// content advances twice as fast as it is shown.
-constexpr size_t kRenderHistoryMax = 51;          // 5 spans of 10 plus the newest sample
-constexpr size_t kRenderSpan = 10;                // intervals per rate measurement
-constexpr double kRenderRateNumerator = 10000.0;  // 10 frames x 1000 ms
-constexpr float kFileFpsChangeMin = 1.0f;         // a content rate change must exceed this, in fps
-constexpr double kZeroSpeedFloor = 0.0001;        // a ratio at or below this carries no information
-constexpr float kFastSpeed = 1.2f;                // playback at or above 1.2x counts as fast
-constexpr size_t kEnterFastSamples = 31;          // three spans (20 frames) all fast
-constexpr size_t kLeaveFastSamples = 51;          // five spans (40 frames) all normal
-constexpr size_t kResetFastMaxSamples = 30;       // a history this short means it was restarted
-
-// HDR bits of the channel's set.
-constexpr uint32_t kChannelHdrVivid = 16;
-constexpr uint32_t kChannelHdr10Plus = 4;
-
-// One render-time sample. The five rates are 0 until the sample is compared with an older one.
-struct cRenderTimeInfo {
-    uint64_t pts = 0;      // presentation time, ms
-    uint64_t render = 0;   // render time, ms; 0 for a discarded frame
-    uint64_t sys = 0;      // monotonic time when the sample was made, ms
-    float renderUnit = 0;  // 10000 / render difference over the span
-    float ptsUnit = 0;     // 10000 / pts difference over the span: content frame rate
-    float sysUnit = 0;     // 10000 / sys difference over the span
-    float speed = 0;       // renderUnit / ptsUnit
-    float speed2 = 0;      // sysUnit / ptsUnit
-};
+constexpr char kLogFFChanged[] =
+        "[setFFmode:L227]isChanged:FileFps:%d Speed:%d old:FileFps:%f FF:%d";
+// The speed decision: "oldFF:<mode> ", then "[speed speed2] " per sample walked, or for a restarted
+// history "listSize:<samples>".
+constexpr char kLogSpeedDecisionMode[] = "oldFF:%u ";
+constexpr char kLogSpeedDecisionRatios[] = "[%f %f] ";
+constexpr char kLogSpeedDecisionReset[] = "listSize:%zu";
 
 class TavroCCodecBufferChannel : public CCodecBufferChannel {
   public:
@@ -137,7 +113,7 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     // A dropped frame: counted, and with tracking on recorded with render time 0.
     status_t discardBuffer(const sp<MediaCodecBuffer>& buffer) override;
     // Empties the render-time history and flushes the platform, under mLock.
-    void flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) override;
+    void flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) override EXCLUDES(mLock);
     // Work-completion thread. Counts the output, opens or closes the corrupt-data span (while a
     // feedback id is set), acts on the first stutter or super-resolution record of the work's
     // configUpdate, stamps the first output, then hands the work to the platform. Records are
@@ -168,27 +144,27 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     // tracking is on; render and discard paths only). `pts` and `render` in ms, render 0 for a
     // dropped frame; pts 0 empties the history first. Timestamps that do not advance restart the
     // history rather than produce a rate.
-    void pushRenderTimeInfo(uint64_t pts, uint64_t render);
+    void pushRenderTimeInfo(uint64_t pts, uint64_t render) EXCLUDES(mLock);
     // Writes FileFpsParam when the content rate moved by more than 1 fps, and flips VppModeParam
     // on a speed decision while the analysis object reports a non-zero scan type. A failed write
     // is retried (VppModeParam only) on every later call that sees no change.
-    void setFFmode();
-    // Enter: 31+ samples, each of the last three spans has a ratio of at least 1.2. Leave: a full
-    // history of 51 whose five spans all have a non-zero ratio and none above 1.2. Reset: in fast
-    // mode with 30 samples or fewer. Logs the ratios it walked when it returns true.
-    bool isSpeedChanged();
-    // True (and mFileFps updated) when 11+ samples are held and the newest content rate differs
-    // from mFileFps by more than 1 fps.
-    bool isFileFpsChanged();
+    void setFFmode() EXCLUDES(mLock);
+    // The detector's speed test in the current mode (TavroSpeedDetector::decideSpeed). Logs the
+    // ratios it walked when it returns true.
+    bool isSpeedChanged() EXCLUDES(mLock);
+    // The detector's content-rate test: true (and the reported rate updated) when 11+ samples are
+    // held and the newest content rate differs from the last one reported by more than 1 fps.
+    bool isFileFpsChanged() EXCLUDES(mLock);
 
   private:
-    // History access; mLock held. Index 0 is the oldest sample.
-    cRenderTimeInfo& sampleAt_l(size_t i) {
-        return mRenderTimeInfos[(mRenderHead + i) % kRenderHistoryMax];
-    }
-    void clearHistory_l() { mRenderHead = 0, mRenderCount = 0; }
-    void pushSample_l(uint64_t pts, uint64_t render);
-    bool fileFpsChanged_l();
+    // Render and discard paths: pushRenderTimeInfo then setFFmode under one hold of mLock.
+    void onRenderSample(uint64_t pts, uint64_t render) EXCLUDES(mLock);
+    // Logs a speed decision that changed, as isSpeedChanged does.
+    static void logSpeedDecision(const TavroSpeedDecision& d);
+    // Logs the newest sample at the verbose level.
+    static void logSample(const cRenderTimeInfo& s);
+    // Steps 3 to 5 of setFFmode: writes what `d` decided, or retries a failed mode write.
+    void actOnDecision(const TavroSpeedDecision& d) EXCLUDES(mLock);
     // Writes one 12-byte record; returns the platform status.
     status_t writeVendorParamU32(uint32_t index, uint32_t value);
     // "timeUs" of the buffer's meta in ms, 0 when absent.
@@ -197,17 +173,11 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
 
     std::shared_ptr<TavroCCodecCallback> mTavroCallback;
     sp<TavroAnalysisFPS> mAnalysisFPS;
-    std::atomic<uint32_t> mHdrType{0};    // setHdrType (platform side)
-    std::atomic<int64_t> mFeedbackID{0};  // codec: configure and destruction
-    // The render-time history: a fixed ring holding the newest kRenderHistoryMax samples, oldest
-    // first, so that recording a frame never allocates. It behaves as a bounded queue of samples.
-    std::array<cRenderTimeInfo, kRenderHistoryMax> mRenderTimeInfos;
-    size_t mRenderHead = 0;
-    size_t mRenderCount = 0;
-    std::atomic<uint32_t> mFFmode{0};               // render and discard paths
+    std::atomic<uint32_t> mHdrType{0};              // setHdrType (platform side)
+    std::atomic<int64_t> mFeedbackID{0};            // codec: configure and destruction
     std::atomic<status_t> mLastSetParamStatus{OK};  // render and discard paths
-    float mFileFps = 0;
-    std::mutex mLock;
+    Mutex mLock;
+    TavroSpeedDetector mDetector GUARDED_BY(mLock);
     std::atomic<bool> mFFModeStatus{false};        // codec, configure time
     std::atomic<int32_t> mVppWhiteListValue{0};    // codec, configure time
     std::atomic<bool> mDataCorrupt{false};         // work-completion path

@@ -18,7 +18,7 @@ namespace android {
 
 void CCodecCallbackImpl::onError(status_t err, enum ActionCode actionCode) {
     if (mCodec->mCallback) mCodec->mCallback->onError(err, actionCode);
-    ALOGE("%s [%d]: (%p) err=%d actionCode=%d", __func__, __LINE__, mCodec, err, actionCode);
+    ALOGE(kLogCallbackError, __LINE__, mCodec, err, actionCode);
     if (err == UNKNOWN_ERROR) return;
     char timeMs[32];
     snprintf(timeMs, sizeof(timeMs), "%" PRId64, ns2ms(systemTime(SYSTEM_TIME_MONOTONIC)));
@@ -41,9 +41,9 @@ void CCodecCallbackImpl::onFirstTunnelFrameReady() {
 }
 
 void TavroCCodecCallbackImpl::onQueueInputBuffer() {
-    if (mCodec->mIsVideo.load() && !mCodec->mFpsCheckPosted.load()) {
+    // Armed once: only the caller that flips the flag posts.
+    if (mCodec->mIsVideo.load() && !mCodec->mFpsCheckPosted.exchange(true)) {
         TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
-        mCodec->mFpsCheckPosted.store(true);
         mCodec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }
 }
@@ -58,8 +58,7 @@ void TavroCCodecCallbackImpl::onWorkDone(const sp<AMessage>& outputFormat) {
     std::shared_ptr<TavroClusterInfo> cluster = std::atomic_load(&mCodec->mClusterInfo);
     if (cluster && cluster->limitOpRate >= 1) {
         mCodec->mEncodedFrames.fetch_add(1);
-        if (!mCodec->mFpsCheckPosted.load()) {
-            mCodec->mFpsCheckPosted.store(true);
+        if (!mCodec->mFpsCheckPosted.exchange(true)) {
             mCodec->postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
         }
     }
@@ -68,8 +67,7 @@ void TavroCCodecCallbackImpl::onWorkDone(const sp<AMessage>& outputFormat) {
 void TavroCCodecCallbackImpl::renderOutputBuffer(const sp<MediaCodecBuffer>& /*buffer*/,
                                                  int64_t /*timestampNs*/) {
     if (mCodec->mIsVideo.load() && mCodec->mRestoreOperatingRate.load() != 0 &&
-        !mCodec->mOperatingRateRestored.load()) {
-        mCodec->mOperatingRateRestored.store(true);
+        !mCodec->mOperatingRateRestored.exchange(true)) {
         mCodec->postSelf(kWhatResetOperatingRate, 0);
     }
 }
@@ -78,9 +76,8 @@ void TavroCodecCallbackImpl::onEmptyBuffer(int64_t timestamp) {
     sp<TavroCCodec> codec = mCodec.promote();
     if (codec == nullptr) return;
     if (codec->mProcessName == kProcessNoSurfaceAnalysis) return;
-    if (codec->mIsVideo.load() && !codec->mFpsCheckPosted.load()) {
+    if (codec->mIsVideo.load() && !codec->mFpsCheckPosted.exchange(true)) {
         TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
-        codec->mFpsCheckPosted.store(true);
         codec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }
     TAVRO_LOGV(kTavroLogDetail, "%p onEmptyBuffer(ts=%lld)", codec.get(),

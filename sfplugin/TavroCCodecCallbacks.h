@@ -24,6 +24,8 @@ class TavroCCodec;
 
 // Statistics atom written for each codec error other than UNKNOWN_ERROR.
 constexpr int32_t kCodecErrorAtomId = 100168;
+// The error line: the operation, then (filled in) its source line, the codec and the error.
+constexpr char kLogCallbackError[] = "onError [%d]: (%p) err=%d actionCode=%d";
 
 class CCodecCallbackImpl : public CCodecCallback {
   public:

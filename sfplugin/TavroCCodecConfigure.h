@@ -1,12 +1,9 @@
-// The configure pipeline of TavroCCodec (initiateConfigureComponent): the format keys, list names
-// and properties of its own rules, the format keys the configuration steps share, and the bounded
-// list-service readers every step uses.
+// The vocabulary of TavroCCodec's configure pipeline: the format keys every part of the codec
+// shares (each defined here once), and the keys, list names and properties of the pipeline's own
+// rules (TavroConfigureRules.cpp). The steps and their order are in TavroConfigureSteps.h.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
-
-#include <utils/String8.h>
 
 namespace android {
 
@@ -77,20 +74,16 @@ constexpr char kMimeAvcPrefix[] = "video/avc";
 constexpr char kMtkComponentPrefix[] = "c2.mtk.";
 constexpr char kAacEncoderTag[] = "android.aac.encoder";
 
-// Buffer the list service fills with a value: at most this many bytes, terminated only when the
-// value is shorter.
-constexpr size_t kListValueSize = 256;
-
-// List-service value readers: fill `out` with the value of `list` for the key, read within the
-// kListValueSize buffer whether or not the service terminated it, and return the service's answer.
-// A failed query leaves `out` empty. Any thread; the client singleton is made on first use.
-bool tavroListValueByUid(const char* list, int64_t uid, String8* out);
-bool tavroListValueByTopActivity(const char* list, int32_t pid, String8* out);
-
-// Property reader: the value of `key`, or `defaultValue` when unset or empty.
-String8 tavroProperty(const char* key, const char* defaultValue);
-
-// True when `text` begins with `prefix`, ignoring ASCII case.
-bool tavroStartsWithIgnoreCase(const char* text, const char* prefix);
+// ---- Log texts --------------------------------------------------------------------------------
+// The position part names the rule and takes its source line, so a device log leads to the code.
+constexpr char kLogConfigureFeedbackId[] =
+        "[configureFeedback:L%d] TavroFeedbackInfo  mFeedbackID:%lld";
+constexpr char kLogConfigureEncoderNotUploaded[] =
+        "[configureFeedback:L%d] IsNotUploadEncoderInfo ";
+constexpr char kLogConfigureBatchMode[] =
+        "[configureBatchMode:L%d] component:%s, set BMSlotCount:%d";
+// A step's outcome at the most detailed level: name, status, and why nothing changed ("" when
+// something did).
+constexpr char kLogConfigureStep[] = "configure step %s: %d %s";
 
 }  // namespace android

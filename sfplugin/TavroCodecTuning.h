@@ -1,17 +1,7 @@
-// Encoder and decoder tuning: configuration steps of TavroCCodec that tune a video component for
-// listed apps and chips. TavroCCodec members, called by the configure pipeline; each writes keys
-// into the format message only.
-//
-//   configEncoderPriority  "key-priority-encoder" -> int32 "priority" 0 or 1 on a matching SoC.
-//   configDecoderPriority  binder uid on "key-priority" on four small Qualcomm chips -> "priority"
-//                          1 (best effort), unless the app asked for a non-zero priority.
-//   setUsageFlag           consumes "tavro-encode-usage-flag" (int64 0) and, on a listed device
-//                          family, sets it to bit 51.
-//   configEncoderScene     "encoder-scene" of the top activity -> int64
-//                          "vendor.tavro.enc.scene.value"; warns without the gate on failure.
-//   configEncoderFilter    "encoder-pre-process" of the top activity -> the post-processing
-//                          engine's pre-processing value, the ROI macroblock side, bitrate x 1.15.
-//                          The width x height product must fit 32 bits (fatal otherwise).
+// Encoder and decoder tuning: the vocabulary of the configuration steps that tune a video
+// component for listed apps and chips (configEncoderPriority, configDecoderPriority,
+// setUsageFlag, configEncoderScene, configEncoderFilter; declared and ordered in
+// TavroConfigureSteps.h, TavroCodecTuning.cpp). Each writes keys into the format message only.
 #pragma once
 
 #include <stddef.h>
@@ -40,8 +30,6 @@ constexpr char kPairLimitHeight[] = "limitHeight";
 
 // "priority" when the pair is absent (a value that is never written).
 constexpr char kDefaultEncoderPriority[] = "2";
-// Chips compared over this many leading characters for the encoder priority.
-constexpr size_t kPriorityChipPrefix = 6;
 // Chips whose decoders run best effort for apps on "key-priority".
 constexpr const char* kBestEffortDecoderChips[] = {"SM6375", "SM7325", "SM6225", "SM6115"};
 

@@ -2,32 +2,20 @@
 #define LOG_TAG "TavroCCodec"
 #include "sfplugin/TavroEncoderRateControl.h"
 
-#include <strings.h>
-#include <sys/types.h>
-#include <unistd.h>
+#include <string.h>
 
-#include <cstring>
-
-#include <binder/IPCThreadState.h>
-#include <cutils/properties.h>
 #include <media/stagefright/foundation/AMessage.h>
-#include <tavro/TavroListUtils.h>
 
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
-#include "sfplugin/TavroCCodec.h"
 #include "sfplugin/TavroCCodecConfigure.h"
+#include "sfplugin/TavroConfigureHelpers.h"
+#include "sfplugin/TavroConfigureSteps.h"
 #include "whitelist/TavroSystemProbe.h"
 
 namespace android {
 
 namespace {
-
-// The value of pair `key`, or `fallback` when the pair is absent.
-String8 pairOr(const TavroKeyValueMap& pairs, const char* key, const char* fallback) {
-    auto it = pairs.find(String8(key));
-    return it == pairs.end() ? String8(fallback) : it->second;
-}
 
 // factor × bitrate in single precision, truncated toward zero (pinned where a cast would be
 // undefined: NaN reads 0, out-of-range products saturate).
@@ -35,27 +23,35 @@ int32_t scaleBitrate(float factor, int32_t bitrate) {
     return tavroFloatToInt32(factor * static_cast<float>(bitrate));
 }
 
+constexpr char kNotVideoEncoder[] = "no change: not a video encoder";
+
 }  // namespace
 
-status_t TavroCCodec::setGopAndBitrate(const sp<AMessage>& format) {
-    if (!mIsVideo.load() || !mIsEncoder.load()) return OK;
+status_t setGopAndBitrate(const TavroConfigureContext& ctx, const sp<AMessage>& format,
+                          TavroConfigureOut* out) {
+    if (!ctx.isVideo || !ctx.isEncoder) return tavroNoChange(out, OK, kNotVideoEncoder);
     // Only encoders the app configured with a QP bound are tuned here; the values do not matter.
     int32_t qp = 0;
     if (!format->findInt32(kKeyMinQpValue, &qp) && !format->findInt32(kKeyMaxQpValue, &qp)) {
         TAVRO_LOGD("Can't get min/max qp value.");
-        return UNKNOWN_ERROR;
+        return tavroNoChange(out, UNKNOWN_ERROR,
+                             "no change: the format has no min-qp-value or max-qp-value");
     }
 
-    const int64_t uid = static_cast<int64_t>(IPCThreadState::self()->getCallingUid());
+    bool changed = false;
     String8 value;
-    if (!tavroListValueByUid(kListQcomEncodeGop, uid, &value) || value.isEmpty()) {
+    if (!tavroListValue(ctx, kListQcomEncodeGop, TavroListKey::kBinderUid, &value) ||
+        value.isEmpty()) {
         TAVRO_LOGV(kTavroLogVerbose, "no qcom-encode-gop");
     } else {
         const int32_t gop = tavroAtoi(value.c_str());
         float frameRate = 0.0f;
         int32_t intFrameRate = 0;
         if (!format->findFloat(kKeyFrameRate, &frameRate)) {
-            if (!format->findInt32(kKeyFrameRate, &intFrameRate)) return INVALID_OPERATION;
+            if (!format->findInt32(kKeyFrameRate, &intFrameRate)) {
+                return tavroNoChange(out, INVALID_OPERATION,
+                                     "no change: a GOP is listed but the format has no frame-rate");
+            }
             frameRate = static_cast<float>(intFrameRate);
         }
         TAVRO_LOGV(kTavroLogVerbose, "qcom-encode-gop:%s", value.c_str());
@@ -65,11 +61,12 @@ status_t TavroCCodec::setGopAndBitrate(const sp<AMessage>& format) {
             format->setFloat(kKeyIFrameInterval, interval);
             TAVRO_LOGV(kTavroLogVerbose, "reset i-frame-interval to %.3f",
                        static_cast<double>(interval));
+            changed = true;
         }
     }
 
     // The property, when set, overrides the list's factor; the lookup's answer does not matter.
-    tavroListValueByUid(kListQcomQpRange, uid, &value);
+    tavroListValue(ctx, kListQcomQpRange, TavroListKey::kBinderUid, &value);
     const String8 factorText = tavroProperty(kPropBitrateIndex, value.c_str());
     const float factor = static_cast<float>(tavroAtof(factorText.c_str()));
     int32_t bitrate = 0;
@@ -79,38 +76,44 @@ status_t TavroCCodec::setGopAndBitrate(const sp<AMessage>& format) {
         const int32_t newBitrate = scaleBitrate(factor, bitrate);
         TAVRO_LOGV(kTavroLogVerbose, "change bitrate to %d", newBitrate);
         format->setInt32(kKeyBitrate, newBitrate);
+        changed = true;
     }
+    if (!changed)
+        out->reason = "no change: no usable GOP, and no factor for a bitrate up to 1400000";
     return OK;
 }
 
-status_t TavroCCodec::setBFrame(const sp<AMessage>& format) {
-    if (!mIsVideo.load() || !mIsEncoder.load()) return OK;
+status_t setBFrame(const TavroConfigureContext& ctx, const sp<AMessage>& format,
+                   TavroConfigureOut* out) {
+    if (!ctx.isVideo || !ctx.isEncoder) return tavroNoChange(out, OK, kNotVideoEncoder);
     String8 value;
-    const bool found =
-            tavroListValueByTopActivity(kListEncoderBFrame, static_cast<int32_t>(getpid()), &value);
+    const bool found = tavroListValue(ctx, kListEncoderBFrame, TavroListKey::kTopActivity, &value);
     TAVRO_LOGI("encoder-b-frame Ret: %d, value: %s.", found ? 1 : 0, value.c_str());
     if (!found || value.isEmpty()) {
         TAVRO_LOGD("no setting encoder-b-frame");
-        return INVALID_OPERATION;
+        return tavroNoChange(out, INVALID_OPERATION,
+                             "no change: no encoder-b-frame for the top activity");
     }
     TAVRO_LOGD("setBFrame: [value:%s] size:%zu", value.c_str(), value.length());
-    TavroKeyValueMap pairs;
-    if (!parseKeyValuePairFromStr(value.c_str(), pairs)) {
+    TavroListPairs pairs;
+    if (!pairs.parse(value)) {
         TAVRO_LOGV(kTavroLogVerbose, "parseKeyValuePairFromStr failed");
-        return INVALID_OPERATION;
+        return tavroNoChange(out, INVALID_OPERATION, "no change: encoder-b-frame has no pairs");
     }
 
-    const String8 family = tavroProperty(kPropDeviceFamily, kUnknownValue);
-    const String8 cpu = pairOr(pairs, kPairCpu, "");
-    if (!cpu.isEmpty() && strstr(cpu.c_str(), family.c_str()) == nullptr) {
-        TAVRO_LOGV(kTavroLogVerbose, "device %s not match", family.c_str());
-        return INVALID_OPERATION;
+    // A missing or empty "cpu" matches every device.
+    const String8 cpu = pairs.text(kPairCpu);
+    if (!cpu.isEmpty() && !tavroChipMatches(TavroChipMatch::kFamilyInCpu, cpu.c_str())) {
+        TAVRO_LOGV(kTavroLogVerbose, "device %s not match",
+                   tavroProperty(kPropDeviceFamily, kUnknownValue).c_str());
+        return tavroNoChange(out, INVALID_OPERATION,
+                             "no change: cpu does not name the device family");
     }
 
-    const int32_t maxB = getIntValueFromKeyValuePair(pairs, kPairMaxBFrames, 0);
+    const int32_t maxB = pairs.integer(kPairMaxBFrames, 0);
     if (maxB <= 0) {
         TAVRO_LOGV(kTavroLogVerbose, "setting bframe is 0 or invalid");
-        return INVALID_OPERATION;
+        return tavroNoChange(out, INVALID_OPERATION, "no change: maxBframes is not positive");
     }
     const char* schema = maxB <= 2 ? kTsSchemaOneB : maxB <= 6 ? kTsSchemaTwoB : kTsSchemaThreeB;
     format->setString(kKeyTsSchema, schema);
@@ -121,9 +124,8 @@ status_t TavroCCodec::setBFrame(const sp<AMessage>& format) {
     format->setInt32(kKeyMaxBFrames, maxB);
 
     // Without "limitBitrate" only bitrates <= 0 qualify: a factor needs its limit.
-    const String8 factorText = pairOr(pairs, kPairBitrateFactor, "");
-    const int32_t limit = getIntValueFromKeyValuePair(pairs, kPairLimitBitrate, 0);
-    const float factor = static_cast<float>(tavroAtof(factorText.c_str()));
+    const int32_t limit = pairs.integer(kPairLimitBitrate, 0);
+    const float factor = static_cast<float>(tavroAtof(pairs.text(kPairBitrateFactor).c_str()));
     int32_t bitrate = 0;
     if (format->findInt32(kKeyBitrate, &bitrate) && bitrate <= limit && factor > 0.0f) {
         const int32_t newBitrate = scaleBitrate(factor, bitrate);
@@ -133,53 +135,68 @@ status_t TavroCCodec::setBFrame(const sp<AMessage>& format) {
     return OK;
 }
 
-status_t TavroCCodec::configEncoderBitrateSavings(const sp<AMessage>& format) {
-    if (!mIsVideo.load() || !mIsEncoder.load()) return INVALID_OPERATION;
+status_t configEncoderBitrateSavings(const TavroConfigureContext& ctx, const sp<AMessage>& format,
+                                     TavroConfigureOut* out) {
+    if (!ctx.isVideo || !ctx.isEncoder) {
+        return tavroNoChange(out, INVALID_OPERATION, kNotVideoEncoder);
+    }
     // The app's own choice of content-adaptive mode wins.
     int32_t mode = 0;
-    if (format->findInt32(kKeyContentAdaptiveMode, &mode)) return INVALID_OPERATION;
+    if (format->findInt32(kKeyContentAdaptiveMode, &mode)) {
+        return tavroNoChange(out, INVALID_OPERATION,
+                             "no change: the app chose its content-adaptive mode");
+    }
 
     String8 value;
-    if (!tavroListValueByUid(kListQcomEnableCac, mCallingUid, &value)) return INVALID_OPERATION;
-    TavroKeyValueMap pairs;
-    if (!parseKeyValuePairFromStr(value.c_str(), pairs)) return INVALID_OPERATION;
-
-    const String8 soc = tavroProperty(kPropSocModel, kUnknownValue);
-    const String8 cpu = pairOr(pairs, kPairCpu, "");
-    mode = getIntValueFromKeyValuePair(pairs, kPairValue, kNoContentAdaptiveMode);
-    if (!cpu.isEmpty() && strstr(cpu.c_str(), soc.c_str()) == nullptr) return INVALID_OPERATION;
-    if (mode == kNoContentAdaptiveMode) return INVALID_OPERATION;
-
+    TavroListPairs pairs;
+    if (!tavroListValue(ctx, kListQcomEnableCac, TavroListKey::kAppUid, &value)) {
+        return tavroNoChange(out, INVALID_OPERATION, "no change: no qcom-enable-cac for the app");
+    }
+    if (!pairs.parse(value)) {
+        return tavroNoChange(out, INVALID_OPERATION, "no change: qcom-enable-cac has no pairs");
+    }
+    const String8 cpu = pairs.text(kPairCpu);
+    mode = pairs.integer(kPairValue, kNoContentAdaptiveMode);
+    if (!cpu.isEmpty() && !tavroChipMatches(TavroChipMatch::kSocInCpu, cpu.c_str())) {
+        return tavroNoChange(out, INVALID_OPERATION, "no change: cpu does not name the SoC");
+    }
+    if (mode == kNoContentAdaptiveMode) {
+        return tavroNoChange(out, INVALID_OPERATION, "no change: qcom-enable-cac has no value");
+    }
     format->setInt32(kKeyContentAdaptiveMode, mode);
     return OK;
 }
 
-void TavroCCodec::configEncoderQpRange(const sp<AMessage>& format) {
-    if (!mIsVideo.load() || !mIsEncoder.load()) return;
+status_t configEncoderQpRange(const TavroConfigureContext& ctx, const sp<AMessage>& format,
+                              TavroConfigureOut* out) {
+    if (!ctx.isVideo || !ctx.isEncoder) return tavroNoChange(out, OK, kNotVideoEncoder);
     String8 value;
-    if (!tavroListValueByUid(kListEncodeQpRange, mCallingUid, &value) || value.isEmpty()) return;
-    TavroKeyValueMap pairs;
-    if (!parseKeyValuePairFromStr(value.c_str(), pairs)) {
+    if (!tavroListValue(ctx, kListEncodeQpRange, TavroListKey::kAppUid, &value) ||
+        value.isEmpty()) {
+        return tavroNoChange(out, OK, "no change: no encode-qp-range for the app");
+    }
+    TavroListPairs pairs;
+    if (!pairs.parse(value)) {
         TAVRO_LOGV(kTavroLogVerbose, "encode-qp-range parameter is parsed fail");
-        return;
+        return tavroNoChange(out, OK, "no change: encode-qp-range has no pairs");
+    }
+    // Without a "cpu" pair the value is meant only for devices that do not name their SoC.
+    if (!tavroChipMatches(TavroChipMatch::kSocBeginsWith,
+                          pairs.text(kPairCpu, kUnknownValue).c_str())) {
+        return tavroNoChange(out, OK, "no change: the SoC does not begin with cpu");
     }
 
-    // Without a "cpu" pair the value is meant only for devices that do not name their SoC.
-    const String8 soc = tavroProperty(kPropSocModel, kUnknownValue);
-    const String8 cpu = pairOr(pairs, kPairCpu, kUnknownValue);
-    if (strncasecmp(soc.c_str(), cpu.c_str(), cpu.length()) != 0) return;
-
     // Taken as listed: no clamping, and min is not checked against max.
-    const int32_t minQp = getIntValueFromKeyValuePair(pairs, kPairMin, kDefaultMinQp);
-    const int32_t maxQp = getIntValueFromKeyValuePair(pairs, kPairMax, kDefaultMaxQp);
+    const int32_t minQp = pairs.integer(kPairMin, kDefaultMinQp);
+    const int32_t maxQp = pairs.integer(kPairMax, kDefaultMaxQp);
     format->setInt32(kKeyQpIMin, minQp);
     format->setInt32(kKeyQpPMin, minQp);
     format->setInt32(kKeyQpBMin, minQp);
     format->setInt32(kKeyQpIMax, maxQp);
     format->setInt32(kKeyQpPMax, maxQp);
     format->setInt32(kKeyQpBMax, maxQp);
-    TAVRO_LOGV(kTavroLogVerbose, "[%s:L%d] set video encoder qp %d~%d", "configEncoderQpRange",
-               1142, minQp, maxQp);
+    TAVRO_LOGV(kTavroLogVerbose, kLogQpRange, minQp, maxQp);
+    return OK;
 }
 
 }  // namespace android

@@ -1,19 +1,8 @@
-// Encoder rate control: configuration steps of TavroCCodec that adjust a video encoder's GOP,
-// bitrate, B-frames, content-adaptive coding and QP range from per-app lists before the component
-// is configured. The steps are TavroCCodec members, called by the configure pipeline; each writes
-// its result into the format message only, and does nothing for anything but a video encoder.
-//
-//   setGopAndBitrate            "qcom-encode-gop" (frames) -> float "i-frame-interval" (seconds);
-//                               "qcom-qprange" or "wechat.bitrate.index" scales a bitrate up to
-//                               1400000 in single precision. Needs "min-qp-value" or
-//                               "max-qp-value" (UNKNOWN_ERROR without), a frame rate when a GOP is
-//                               listed (INVALID_OPERATION without).
-//   setBFrame                   "encoder-b-frame" of the top activity -> "max-bframes", its
-//                               "ts-schema" band, and an optional bitrate factor under a limit.
-//   configEncoderBitrateSavings "qcom-enable-cac" -> int32
-//                               "vendor.qti-ext-enc-content-adaptive-mode.value", unless the app
-//                               chose one.
-//   configEncoderQpRange        "encode-qp-range" -> the six "video-qp-*" bounds (14..51 default).
+// Encoder rate control: the vocabulary of the configuration steps that adjust a video encoder's
+// GOP, bitrate, B-frames, content-adaptive coding and QP range from per-app lists
+// (setGopAndBitrate, setBFrame, configEncoderBitrateSavings, configEncoderQpRange; declared and
+// ordered in TavroConfigureSteps.h, TavroEncoderRateControl.cpp). Each writes its result into the
+// format message only, and does nothing for anything but a video encoder.
 #pragma once
 
 #include <stdint.h>
@@ -66,5 +55,7 @@ constexpr int32_t kDefaultMinQp = 14;
 constexpr int32_t kDefaultMaxQp = 51;
 // "value" absent from "qcom-enable-cac".
 constexpr int32_t kNoContentAdaptiveMode = -1;
+
+constexpr char kLogQpRange[] = "[configEncoderQpRange:L1142] set video encoder qp %d~%d";
 
 }  // namespace android

@@ -74,7 +74,7 @@ bool isHDRVivid(const std::shared_ptr<const C2Info>& info) {
 
 void checkHdr10PlusInfo(const std::shared_ptr<const C2Info>& info, int32_t* hdrType) {
     if (info == nullptr || hdrType == nullptr) return;
-    *hdrType = hasHdrVividSignature(*info) ? kHdrInfoHdrVivid : kHdrInfoHdr10Plus;
+    *hdrType = hasHdrVividSignature(*info) ? kHdrTypeHdrVivid : kHdrTypeHdr10Plus;
 }
 
 void checkColorAspectsInfo(const std::shared_ptr<const C2Info>& info, int32_t* hdrType) {
@@ -82,8 +82,8 @@ void checkColorAspectsInfo(const std::shared_ptr<const C2Info>& info, int32_t* h
     const uint8_t* bytes = recordBytes(*info);
     const uint32_t primaries = readU32(bytes, kColorAspectsPrimariesOffset);
     const uint32_t transfer = readU32(bytes, kColorAspectsTransferOffset);
-    if (primaries == kPrimariesBt2020 && transfer == kTransferSmpteSt2084) *hdrType = kHdrInfoHdr10;
-    if (transfer == kTransferHlg) *hdrType = kHdrInfoHlg;
+    if (primaries == kPrimariesBt2020 && transfer == kTransferSmpteSt2084) *hdrType = kHdrTypeHdr10;
+    if (transfer == kTransferHlg) *hdrType = kHdrTypeHlg;
 }
 
 }  // namespace android

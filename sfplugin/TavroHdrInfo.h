@@ -1,6 +1,6 @@
-// HDR metadata readers for decoded output buffers: an MSB-first bit reader, the HDR Vivid
-// signature test of ITU-T T.35 dynamic metadata, and the colour-aspects rule. Used by the codec's
-// HDR check; exported for the platform side.
+// The HDR vocabulary of the codec and its channel, and the HDR metadata readers for decoded output
+// buffers: an MSB-first bit reader, the HDR Vivid signature test of ITU-T T.35 dynamic metadata,
+// and the colour-aspects rule. Used by the codec's HDR check; exported for the platform side.
 #pragma once
 
 #include <stdint.h>
@@ -31,11 +31,22 @@ constexpr uint32_t kHdrVividCountryCode = 0x26;
 constexpr uint32_t kHdrVividProviderCode = 4;
 constexpr uint32_t kHdrVividProviderOrientedCode = 5;
 
-// HDR kinds written through the out-parameters (the codec's HDR type).
-constexpr int32_t kHdrInfoHdr10 = 1;
-constexpr int32_t kHdrInfoHlg = 2;
-constexpr int32_t kHdrInfoHdr10Plus = 3;
-constexpr int32_t kHdrInfoHdrVivid = 4;
+// HDR kinds: the codec's HDR type, reported in its playback feedback. The readers below write
+// kinds 1 to 4; Dolby Vision is known from the mime at configure.
+constexpr int32_t kHdrTypeNone = 0;
+constexpr int32_t kHdrTypeHdr10 = 1;
+constexpr int32_t kHdrTypeHlg = 2;
+constexpr int32_t kHdrTypeHdr10Plus = 3;
+constexpr int32_t kHdrTypeHdrVivid = 4;
+constexpr int32_t kHdrTypeDolbyVision = 5;
+
+// The buffer channel keeps a bit set of what the platform side reported (setHdrType) instead:
+// these two bits are the ones it tells apart; parserDynamicMetaData answers kChannelHdrVivid.
+constexpr uint32_t kChannelHdrVivid = 16;
+constexpr uint32_t kChannelHdr10Plus = 4;
+constexpr char kLogChannelHdrVivid[] = "HdrType HdrVivid %d";
+constexpr char kLogChannelHdr10Plus[] = "HdrType Hdr10+ %d";
+constexpr char kLogChannelHdr10OrHlg[] = "HdrType HDR10 or HLG %d";
 
 // Reads `nbits` bits MSB first from `data` (`*length` bytes) at byte `*bytePos`, bit `*bitPos`
 // (7 = most significant; callers start at 0 and 7) and advances the position. A read that runs

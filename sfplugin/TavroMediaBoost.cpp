@@ -15,6 +15,7 @@
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
 #include "sfplugin/TavroCCodec.h"
+#include "sfplugin/TavroCCodecConfigure.h"
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "sfplugin/TavroVideoTaskBoost.h"
 #include "whitelist/TavroBoostInfo.h"
@@ -46,8 +47,10 @@ void TavroCCodec::handleBoostApp(const sp<AMessage>& msg) {
     task.sched = static_cast<uint32_t>(sched);
     parseStrByDelim(appThreads.c_str(), kAppThreadSeparator, task.threadNames);
     TAVRO_LOGV(kTavroLogVerbose, "kWhatBoostApp, appThreads: %s", appThreads.c_str());
-    std::lock_guard<std::mutex> boostLock(mBoostLock);
-    if (mVideoBoost != nullptr) mVideoBoost->boostTask(task);
+    // Handed over with the base's state lock and mBoostLock held, like every request that changes
+    // what the service does for this codec: one at a time, never beside a start or a release.
+    Mutex::Autolock boostLock(mBoostLock);
+    if (mBoost.service != nullptr) mBoost.service->boostTask(task);
 }
 
 void TavroCCodec::checkOperatingRate() {
@@ -55,11 +58,11 @@ void TavroCCodec::checkOperatingRate() {
     bool countFps = false;
     bool active = false;
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
-        if (mBoostState == kBoostStateNone || mClusterInfo == nullptr) return;
+        Mutex::Autolock lock(mBoostLock);
+        if (mBoost.phase == TavroBoostPhase::kUnavailable || mClusterInfo == nullptr) return;
         limit = mClusterInfo->limitOpRate;
         countFps = mClusterInfo->countFps;
-        active = (mBoostState & kBoostStateCluster) != 0;
+        active = mBoost.clusterSent;
     }
     if (!mIsVideo.load() || limit == 0) return;
 
@@ -92,13 +95,18 @@ void TavroCCodec::checkOperatingRate() {
 bool TavroCCodec::initVideoBoostParams() {
     mOperatingRate.store(0);
     mEncodedFrames.store(0);
-    std::lock_guard<std::mutex> lock(mBoostLock);
-    mCountedFps.store(0);
-    mBoostState = kBoostStateNone;
-    mBoostParams = std::make_shared<TavroVideoBoostParams>();
-    std::atomic_store(&mClusterInfo, std::make_shared<TavroClusterInfo>());
-    mVideoBoost = TavroVideoBoost::getInstance();
-    if (mVideoBoost == nullptr) {
+    // The client lookup is the service's business, not ours to hold the lock over.
+    sp<TavroVideoBoost> service = TavroVideoBoost::getInstance();
+    {
+        Mutex::Autolock lock(mBoostLock);
+        mCountedFps.store(0);
+        mBoost.phase = TavroBoostPhase::kUnavailable;
+        mBoost.clusterSent = false;
+        mBoost.request = std::make_shared<TavroVideoBoostParams>();
+        std::atomic_store(&mClusterInfo, std::make_shared<TavroClusterInfo>());
+        mBoost.service = service;
+    }
+    if (service == nullptr) {
         ALOGE("videoboost: fail to get TavroVideoBoost::getInstance()");
         return false;
     }
@@ -114,10 +122,14 @@ void TavroCCodec::getBoostParams(const sp<AMessage>& msg) {
     if (!getMediaInfo(msg, info)) return;
     parseBoostInfo(info);
 
-    std::lock_guard<std::mutex> lock(mBoostLock);
-    if (mBoostParams->isEmpty()) return;  // no boost possible: the state stays 1
-    mBoostState = kBoostStateArmed;
-    TAVRO_LOGV(kTavroLogVerbose, "Boost instance[0x%p]", mVideoBoost.get());
+    const TavroVideoBoost* service = nullptr;
+    {
+        Mutex::Autolock lock(mBoostLock);
+        if (mBoost.request->isEmpty()) return;  // no boost possible: the phase stays unavailable
+        mBoost.phase = TavroBoostPhase::kArmed;
+        service = mBoost.service.get();
+    }
+    TAVRO_LOGV(kTavroLogVerbose, "Boost instance[0x%p]", service);
 }
 
 bool TavroCCodec::getMediaInfo(const sp<AMessage>& msg, TavroMediaInfo& info) {
@@ -173,8 +185,8 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
 
     std::vector<int32_t> boostTids;
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
-        boostTids = mBoostTids;
+        Mutex::Autolock lock(mBoostLock);
+        boostTids = mBoost.tids;
     }
     const int32_t pid = static_cast<int32_t>(getpid());
     if (sched >= 1) {
@@ -193,8 +205,8 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
         }
     }
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
-        mBoostParams = params;
+        Mutex::Autolock lock(mBoostLock);
+        mBoost.request = params;
         std::atomic_store(&mClusterInfo, cluster);
     }
 
@@ -211,8 +223,8 @@ void TavroCCodec::startMediaBoost() {
     int32_t limit = 0;
     bool countFps = false;
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
-        if (mBoostState == kBoostStateNone || mClusterInfo == nullptr) return;
+        Mutex::Autolock lock(mBoostLock);
+        if (mBoost.phase == TavroBoostPhase::kUnavailable || mClusterInfo == nullptr) return;
         countFps = mClusterInfo->countFps;
         limit = mClusterInfo->limitOpRate;
     }
@@ -222,6 +234,8 @@ void TavroCCodec::startMediaBoost() {
         // The cluster part waits for the watchdog to see the rate reach the limit.
         TAVRO_LOGV(kTavroLogVerbose, "Operating rate[%d] < mClusterInfo->limitOpRate[%d]", rate,
                    limit);
+        // Posted whether or not a chain already runs: the firing keeps going only while the
+        // periodic checks are on (mFpsCheckPosted), and a doubled chain is harmless.
         if (countFps && mIsVideo.load() && !mIsEncoder.load()) {
             postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
         }
@@ -233,14 +247,21 @@ void TavroCCodec::startMediaBoost() {
 }
 
 void TavroCCodec::executeMediaBoost(uint32_t flags) {
-    std::lock_guard<std::mutex> lock(mBoostLock);
-    TAVRO_LOGV(kTavroLogVerbose, "Execute media boost, state[0x%x], flags[0x%x]", mBoostState,
+    Mutex::Autolock lock(mBoostLock);
+    executeMediaBoost_l(flags);
+}
+
+void TavroCCodec::executeMediaBoost_l(uint32_t flags) {
+    TAVRO_LOGV(kTavroLogVerbose, "Execute media boost, state[0x%x], flags[0x%x]", mBoost.word(),
                flags);
-    if (mBoostState == kBoostStateNone || mBoostParams == nullptr || mVideoBoost == nullptr) {
+    if (mBoost.phase == TavroBoostPhase::kUnavailable || mBoost.request == nullptr ||
+        mBoost.service == nullptr) {
         TAVRO_LOGI("Media boost is not initialized or no boost info.");
         return;
     }
-    const TavroVideoBoostParams& whole = *mBoostParams;
+    // The service is called with mBoostLock held, so that requests and releases reach it one at a
+    // time per codec and in the order the state changes.
+    const TavroVideoBoostParams& whole = *mBoost.request;
     switch (flags) {
         case kBoostSendThreads: {
             if (whole.needVendorBoost || !whole.threads.empty()) {
@@ -248,33 +269,37 @@ void TavroCCodec::executeMediaBoost(uint32_t flags) {
                 request.needVendorBoost = whole.needVendorBoost;
                 request.sched = whole.sched;
                 request.threads = whole.threads;
-                mVideoBoost->boost(request);
+                mBoost.service->boost(request);
             }
-            mBoostState = kBoostStateThreads;
+            // Set whether or not anything was sent; a cluster part sent before start is
+            // forgotten, as the state word of the protocol has it.
+            mBoost.phase = TavroBoostPhase::kThreadsSent;
+            mBoost.clusterSent = false;
             break;
         }
-        case kBoostSendCluster: {
-            if ((mBoostState & kBoostStateCluster) == 0 && !whole.clusterParams.empty()) {
+        case kBoostSendCluster:
+            if (!mBoost.clusterSent && !whole.clusterParams.empty()) {
                 TavroVideoBoostParams request;
                 request.clusterParams = whole.clusterParams;
-                mVideoBoost->boost(request);
-                mBoostState |= kBoostStateCluster;
+                mBoost.service->boost(request);
+                mBoost.clusterSent = true;
             }
             break;
-        }
         case kBoostSendAll:
-            mVideoBoost->boost(whole);
-            mBoostState = kBoostSendAll;
+            mBoost.service->boost(whole);
+            mBoost.phase = TavroBoostPhase::kThreadsSent;
+            mBoost.clusterSent = true;
             break;
         case kBoostReleaseCluster:
-            if ((mBoostState & kBoostStateCluster) != 0) {
-                mVideoBoost->unboost(kBoostReleaseCluster);
-                mBoostState &= ~kBoostStateCluster;
+            if (mBoost.clusterSent) {
+                mBoost.service->unboost(kBoostReleaseCluster);
+                mBoost.clusterSent = false;
             }
             break;
         case kBoostReleaseAll:
-            mVideoBoost->unboost(kBoostReleaseAll);
-            mBoostState = kBoostStateArmed;
+            mBoost.service->unboost(kBoostReleaseAll);
+            mBoost.phase = TavroBoostPhase::kArmed;
+            mBoost.clusterSent = false;
             break;
         default:
             break;
@@ -282,9 +307,11 @@ void TavroCCodec::executeMediaBoost(uint32_t flags) {
 }
 
 void TavroCCodec::boostAppKeyThread(const sp<AMessage>& params) {
-    std::lock_guard<std::mutex> lock(mBoostLock);
+    // The whole exchange runs under mBoostLock, the request to the service included: it must not
+    // interleave with a start or a release of the same codec.
+    Mutex::Autolock lock(mBoostLock);
     AString text;
-    if (mVideoBoost == nullptr || mBoostParams == nullptr || mBoostParams->sched < 1 ||
+    if (mBoost.service == nullptr || mBoost.request == nullptr || mBoost.request->sched < 1 ||
         !params->findString(kKeyTavroBoostInfo, &text)) {
         return;
     }
@@ -300,17 +327,17 @@ void TavroCCodec::boostAppKeyThread(const sp<AMessage>& params) {
             continue;
         }
         bool known = false;
-        for (int32_t boosted : mBoostTids) known = known || boosted == tid;
+        for (int32_t boosted : mBoost.tids) known = known || boosted == tid;
         if (!known) ids.insert(tid);
     }
-    if (ids.empty() && !mBoostParams->needVendorBoost) return;
+    if (ids.empty() && !mBoost.request->needVendorBoost) return;
 
     TavroVideoBoostParams request;
-    request.sched = mBoostParams->sched;
+    request.sched = mBoost.request->sched;
     const int32_t pid = static_cast<int32_t>(getpid());
     for (int32_t tid : ids)
         request.threads.insert(request.threads.end(), {pid, tid, request.sched});
-    mVideoBoost->boost(request);
+    mBoost.service->boost(request);
 }
 
 }  // namespace android

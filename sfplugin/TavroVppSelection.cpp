@@ -8,16 +8,15 @@
 #include <cstring>
 #include <vector>
 
-#include <binder/IPCThreadState.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <tavro/TavroAnalysisFPS.h>
 #include <tavro/TavroListUtils.h>
 
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
-#include "sfplugin/TavroCCodec.h"
-#include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroCCodecConfigure.h"
+#include "sfplugin/TavroConfigureHelpers.h"
+#include "sfplugin/TavroConfigureSteps.h"
 #include "whitelist/TavroSystemProbe.h"
 
 namespace android {
@@ -28,10 +27,6 @@ namespace {
 String8 vppListType() {
     const String8 persisted = tavroProperty(kPropVppListTypePersist, kVppListTypeDefault);
     return tavroProperty(kPropVppListType, persisted.c_str());
-}
-
-int64_t binderCallingUid() {
-    return static_cast<int64_t>(IPCThreadState::self()->getCallingUid());
 }
 
 // The white-list value of a list entry, which lists write in hexadecimal.
@@ -55,8 +50,7 @@ bool odmValue(const String8& table, const String8& package, int32_t* value) {
         const String8 copy(text.c_str(),
                            text.length() < kOdmValueMax ? text.length() : kOdmValueMax);
         *value = hexValue(copy);
-        TAVRO_LOGD("[%s:L%d] odm value:%s  - %d", "configTavroVppTypeV2", 745, copy.c_str(),
-                   *value);
+        TAVRO_LOGD(kLogVppOdmValue, copy.c_str(), *value);
         return true;
     }
     return false;
@@ -71,20 +65,22 @@ const char* tavroVppListName(const char* listType) {
     return "";
 }
 
-status_t TavroCCodec::configTavroVppType(const sp<AMessage>& format) {
-    if (mIsEncoder.load() || !mIsVideo.load()) return OK;
+status_t configTavroVppType(const TavroConfigureContext& ctx, const sp<AMessage>& format,
+                            TavroConfigureOut* out) {
+    if (ctx.isEncoder || !ctx.isVideo)
+        return tavroNoChange(out, OK, "no change: not a video decoder");
     const String8 listType = vppListType();
     const char* listName = tavroVppListName(listType.c_str());
-    TAVRO_LOGV(kTavroLogDetail, "[%s:L%d] whitelist:%s", "configTavroVppType", 897, listName);
+    TAVRO_LOGV(kTavroLogDetail, kLogVppWhiteList, listName);
 
     int32_t value = 0;
     String8 text;
     bool engineOn = false;
-    if (tavroListValueByUid(listName, binderCallingUid(), &text) && !text.isEmpty()) {
+    if (tavroListValue(ctx, listName, TavroListKey::kBinderUid, &text) && !text.isEmpty()) {
         // Low memory switches the whole selection off, V2 included.
         if (getSystemAvailMem() < kVppLowMemoryKb) {
             TAVRO_LOGD("lowmem disable vpp");
-            return OK;
+            return tavroNoChange(out, OK, "no change: low memory switches post-processing off");
         }
         // Older lists hold decimal client types, newer ones hexadecimal.
         value = tavroStrtol32(text.c_str(), 10);
@@ -106,13 +102,14 @@ status_t TavroCCodec::configTavroVppType(const sp<AMessage>& format) {
         TAVRO_LOGV(kTavroLogDetail, "configTavroVppType app type:%d, 0x%x", value,
                    static_cast<unsigned>(value));
     }
-    return configTavroVppTypeV2(format);
+    return configTavroVppTypeV2(ctx, format, out);
 }
 
-status_t TavroCCodec::configTavroVppTypeV2(const sp<AMessage>& format) {
+status_t configTavroVppTypeV2(const TavroConfigureContext& ctx, const sp<AMessage>& format,
+                              TavroConfigureOut* out) {
     const String8 listType = vppListType();
     const char* listName = tavroVppListName(listType.c_str());
-    TAVRO_LOGV(kTavroLogDetail, "[%s:L%d] whitelist:%s", "configTavroVppTypeV2", 718, listName);
+    TAVRO_LOGV(kTavroLogDetail, kLogVppWhiteListV2, listName);
 
     const String8 odmPersisted = tavroProperty(kPropVppOdmValuePersist, "");
     const String8 odmTable = tavroProperty(kPropVppOdmValue, odmPersisted.c_str());
@@ -120,18 +117,20 @@ status_t TavroCCodec::configTavroVppTypeV2(const sp<AMessage>& format) {
     bool odmHit = false;
     const bool odmDevice = strncmp(listType.c_str(), kVppListTypeOdm, kVppListTypePrefix) == 0 ||
                            strncmp(listType.c_str(), kVppListTypeNew, kVppListTypePrefix) == 0;
-    if (odmDevice && !odmTable.isEmpty() && !mProcessName.isEmpty()) {
-        odmHit = odmValue(odmTable, mProcessName, &value);
+    const String8 package(ctx.processName);
+    if (odmDevice && !odmTable.isEmpty() && !package.isEmpty()) {
+        odmHit = odmValue(odmTable, package, &value);
     }
 
-    const int64_t uid = binderCallingUid();
     String8 text;
     auto whiteListByUid = [&]() {
-        if (tavroListValueByUid(listName, uid, &text) && !text.isEmpty()) value = hexValue(text);
+        if (tavroListValue(ctx, listName, TavroListKey::kBinderUid, &text) && !text.isEmpty()) {
+            value = hexValue(text);
+        }
     };
     const String8 control = tavroProperty(kPropVppControlByApp, "1");
     if (tavroStrtol32(control.c_str(), 16) >= 1) {
-        if (!tavroListValueByUid(kListSrControlByApp, uid, &text)) {
+        if (!tavroListValue(ctx, kListSrControlByApp, TavroListKey::kBinderUid, &text)) {
             whiteListByUid();
         } else if (!text.isEmpty()) {
             value = hexValue(text);
@@ -142,8 +141,7 @@ status_t TavroCCodec::configTavroVppTypeV2(const sp<AMessage>& format) {
     }
 
     if (value == 0) {
-        if (tavroListValueByTopActivity(listName, static_cast<int32_t>(getpid()), &text) &&
-            !text.isEmpty()) {
+        if (tavroListValue(ctx, listName, TavroListKey::kTopActivity, &text) && !text.isEmpty()) {
             value = hexValue(text);
             TAVRO_LOGD("getListValueByTopActivity 0x%x.", static_cast<unsigned>(value));
         } else {
@@ -151,54 +149,52 @@ status_t TavroCCodec::configTavroVppTypeV2(const sp<AMessage>& format) {
         }
     }
 
-    const char* mime = mMime.c_str();
-    const bool decoder = !mIsEncoder.load();
+    const char* mime = ctx.mime;
+    const bool decoder = !ctx.isEncoder;
     // Interlaced H.264 needs its scan type known before it is post-processed.
     if (tavroStartsWithIgnoreCase(mime, kMimeAvcPrefix) && decoder && value != 0) {
-        mAnalysisFPS->checkScanType();
+        ctx.analysis->checkScanType();
     }
 
-    const String8 soc = tavroProperty(kPropSocModel, kUnknownValue);
     if ((tavroStartsWithIgnoreCase(mime, kMimeAv1Prefix) ||
          tavroStartsWithIgnoreCase(mime, kMimeVp9Prefix)) &&
-        tavroStartsWithIgnoreCase(soc.c_str(), kSocNoOutputFence) && value != 0) {
+        tavroChipMatches(TavroChipMatch::kSocBeginsWith, kSocNoOutputFence) && value != 0) {
         format->setInt32(kKeyQtiOutputFenceEnable, 0);
     }
 
     if (tavroStartsWithIgnoreCase(mime, kMimeDolbyVision)) {
-        TAVRO_LOGD("[%s:L%d] dolby-vision set iVppWhiteListValue = %d", "configTavroVppTypeV2", 802,
-                   0);
+        TAVRO_LOGD(kLogVppDolbyVision);
         value = 0;
     }
 
     // The app's own value overrides every rule above, the Dolby Vision one included.
     int64_t appValue = 0;
     if (format->findAsInt64(kKeyVppWhiteListValue, &appValue)) {
-        TAVRO_LOGD("[%s:L%d] iDefaultWhiteListValue = %lld", "configTavroVppTypeV2", 807,
-                   static_cast<long long>(appValue));
+        TAVRO_LOGD(kLogVppAppValue, static_cast<long long>(appValue));
         value = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(appValue)));
     }
     format->setInt64(kKeyVppWhiteListValue, static_cast<int64_t>(value));
 
-    if (strncmp(mime, kMimeVideoPrefix, strlen(kMimeVideoPrefix)) == 0 && decoder && value != 0) {
+    if (tavroStartsWith(mime, kMimeVideoPrefix) && decoder && value != 0) {
         const String8 hardware = tavroProperty(kPropHardware, kUnknownValue);
         if (tavroStartsWithIgnoreCase(hardware.c_str(), kHardwareQcomPrefix)) {
             format->setInt32(kKeyInputDelay, 0);
         }
-        tavroChannel()->cheekFFModeStatus(true, value);
+        out->fastForwardWatch = TavroFastForwardWatch{true, value};
     } else {
-        tavroChannel()->cheekFFModeStatus(false, value);
+        out->fastForwardWatch = TavroFastForwardWatch{false, value};
     }
 
-    configTavroVppSwitchByApp(format);
+    configTavroVppSwitchByApp(ctx, format, out);
     return OK;
 }
 
-status_t TavroCCodec::configTavroVppSwitchByApp(const sp<AMessage>& format) {
+status_t configTavroVppSwitchByApp(const TavroConfigureContext& /*ctx*/, const sp<AMessage>& format,
+                                   TavroConfigureOut* /*out*/) {
+    // A sub-step: it leaves the reason to the step that runs it.
     int32_t enable = 0;
     if (!format->findInt32(kKeySrEnable, &enable)) return OK;
-    TAVRO_LOGD("[%s:L%d] iSrEnableValue = %lld", "configTavroVppSwitchByApp", 841,
-               static_cast<long long>(enable));
+    TAVRO_LOGD(kLogVppSwitchByApp, static_cast<long long>(enable));
     const int32_t switchValue = enable >= 1   ? kSwitchByAppOn
                                 : enable == 0 ? kSwitchByAppOff
                                               : kSwitchByAppInvalid;
@@ -206,17 +202,20 @@ status_t TavroCCodec::configTavroVppSwitchByApp(const sp<AMessage>& format) {
     return OK;
 }
 
-status_t TavroCCodec::checkHandleByActivity(const sp<AMessage>& format) {
-    if (tavroAtoi(tavroProperty(kPropTonemapFilter, "0").c_str()) != 1) return OK;
+status_t checkHandleByActivity(const TavroConfigureContext& ctx, const sp<AMessage>& format,
+                               TavroConfigureOut* out) {
+    if (tavroAtoi(tavroProperty(kPropTonemapFilter, "0").c_str()) != 1) {
+        return tavroNoChange(out, OK, "no change: the tone-mapping filter is off");
+    }
     String8 text;
-    if (!tavroListValueByTopActivity(kListEnableTonemapActivity, static_cast<int32_t>(getpid()),
-                                     &text)) {
-        return OK;
+    if (!tavroListValue(ctx, kListEnableTonemapActivity, TavroListKey::kTopActivity, &text)) {
+        return tavroNoChange(out, OK, "no change: top activity not on enable-tonemap-activity");
     }
     // Listed activities do their own tone mapping: the app's request is dropped.
-    if (format->contains(kKeyColorTransferRequest)) {
-        format->setInt32(kKeyColorTransferRequest, 0);
+    if (!format->contains(kKeyColorTransferRequest)) {
+        return tavroNoChange(out, OK, "no change: no color-transfer-request");
     }
+    format->setInt32(kKeyColorTransferRequest, 0);
     return OK;
 }
 

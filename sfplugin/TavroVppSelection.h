@@ -1,22 +1,9 @@
-// Video post-processing selection: configuration steps of TavroCCodec that decide, for a video
-// decoder, whether the post-processing engine ("vpp": super-resolution and picture enhancement)
-// runs on the stream and with which client type, and tell the component through vendor keys.
-// The configure pipeline calls configTavroVppType (which calls V2, which calls the app switch);
-// signalSetParameters calls configTavroVppSwitchByApp again for run-time parameters.
-//
-//   configTavroVppType        white-list value of the binder uid (base 10, then 16); low memory
-//                             ends the whole selection; the MediaTek engine keys when the value's
-//                             low two bits are set or "debug.tavro.sr.on" forces them.
-//   configTavroVppTypeV2      ODM table, control-by-app list, white list by uid then by top
-//                             activity (base 16) -> int64 "vendor.tavro.vpp.white.list.value",
-//                             interlace check, fence and input-delay keys, the channel's
-//                             fast-forward watch. Dolby Vision is never post-processed unless the
-//                             app itself gives the value.
-//   configTavroVppSwitchByApp int32 "vendor.tavro-sr-enable.value" -> "vendor.tavro.switch.by.app
-//                             .value" 2 (on), 8 (off) or -1 (negative).
-//   checkHandleByActivity     drops "color-transfer-request" (int32 0) in listed activities when
-//                             the device's tone-mapping filter is on.
-// All return OK.
+// Video post-processing selection: the vocabulary of the configuration steps that decide, for a
+// video decoder, whether the post-processing engine ("vpp": super-resolution and picture
+// enhancement) runs on the stream and with which client type (configTavroVppType, which calls V2,
+// which calls configTavroVppSwitchByApp; checkHandleByActivity; declared in TavroConfigureSteps.h,
+// TavroVppSelection.cpp). signalSetParameters runs configTavroVppSwitchByApp again for run-time
+// parameters. All return OK.
 #pragma once
 
 #include <stddef.h>
@@ -83,6 +70,15 @@ constexpr char kMimeVp9Prefix[] = "video/x-vnd.on2.vp9";
 constexpr char kSocNoOutputFence[] = "SM8650";
 // Hardware whose decoders take no input delay under post-processing.
 constexpr char kHardwareQcomPrefix[] = "qcom";
+
+// ---- Log texts --------------------------------------------------------------------------------
+constexpr char kLogVppWhiteList[] = "[configTavroVppType:L897] whitelist:%s";
+constexpr char kLogVppWhiteListV2[] = "[configTavroVppTypeV2:L718] whitelist:%s";
+constexpr char kLogVppOdmValue[] = "[configTavroVppTypeV2:L745] odm value:%s  - %d";
+constexpr char kLogVppDolbyVision[] =
+        "[configTavroVppTypeV2:L802] dolby-vision set iVppWhiteListValue = 0";
+constexpr char kLogVppAppValue[] = "[configTavroVppTypeV2:L807] iDefaultWhiteListValue = %lld";
+constexpr char kLogVppSwitchByApp[] = "[configTavroVppSwitchByApp:L841] iSrEnableValue = %lld";
 
 // The white-list name of a list type, "" for a type not in kVppListNames.
 const char* tavroVppListName(const char* listType);

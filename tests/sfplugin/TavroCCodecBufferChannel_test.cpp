@@ -9,23 +9,13 @@
 #include <host/HostC2.h>
 
 #include "sfplugin/ClipGenerator.h"
+#include "support/CodecTestHarness.h"
 
 namespace android {
 namespace test {
 namespace {
 
 constexpr int64_t kClockStartNs = host::HostClock::kDefaultManualStartNs;
-
-std::unique_ptr<C2Work> makeWork(uint32_t outFlags, int64_t outFrameIndex = 1,
-                                 int64_t inFrameIndex = 1) {
-    auto work = std::make_unique<C2Work>();
-    work->input.ordinal.frameIndex = c2_cntr64_t(static_cast<uint64_t>(inFrameIndex));
-    auto worklet = std::make_unique<C2Worklet>();
-    worklet->output.flags = static_cast<C2FrameData::flags_t>(outFlags);
-    worklet->output.ordinal.frameIndex = c2_cntr64_t(static_cast<uint64_t>(outFrameIndex));
-    work->worklets.push_back(std::move(worklet));
-    return work;
-}
 
 std::vector<uint8_t> textBytes(const std::string& text, bool terminate = true) {
     std::vector<uint8_t> bytes(text.begin(), text.end());
@@ -326,9 +316,14 @@ TEST_F(BufferChannelTest, WorkResultScanActsOnTheFirstMatchOnly) {
          1},
         {"stutter of size 4 ends the scan", {{kVppStutterInfoIndex, textBytes("abc"), 4}, kSrOn},
          false, {}, 0},
-        {"stutter without terminator ends the scan",
-         {{kVppStutterInfoIndex, textBytes("abcd"), 12}, kSrOn}, false, {}, 0},
-        {"stutter of size 8 has no text", {{kVppStutterInfoIndex, {}, 8}, kSrOn}, false, {}, 0},
+        // The text ends at its terminator or at the record's end, whichever comes first.
+        {"stutter without terminator ends at the record's end",
+         {{kVppStutterInfoIndex, textBytes("abcd"), 12}, kSrOn}, false, {"abcd"}, 0},
+        {"stutter terminated inside the record",
+         {{kVppStutterInfoIndex, textBytes(std::string("ab\0cd", 5))}},
+         false, {"ab"}, 0},
+        {"stutter of size 8 has an empty text", {{kVppStutterInfoIndex, {}, 8}, kSrOn}, false,
+         {""}, 0},
         {"stutter of size 0 is no match", {{kVppStutterInfoIndex, {}, 0}, kSrOn}, false, {}, 1},
         {"undefined direction is no match", {{0xB0018602, textBytes("x")}, kSrOn}, false, {}, 1},
         {"other stutter kind ends the scan", {{0x80018602, textBytes("x")}, kSrOn}, false, {}, 0},

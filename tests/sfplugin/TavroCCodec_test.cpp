@@ -15,8 +15,6 @@
 #include <host/HostListService.h>
 #include <host/HostLog.h>
 #include <host/HostProperties.h>
-#include <media/MediaCodecBuffer.h>
-#include <media/stagefright/foundation/ABuffer.h>
 
 #include "support/CodecTestHarness.h"
 
@@ -39,10 +37,6 @@ std::vector<std::string> baseCallNames(const CodecHarness& h) {
         if (call.name != "onMessageReceived") names.push_back(call.name);
     }
     return names;
-}
-
-sp<MediaCodecBuffer> makeBuffer(size_t size) {
-    return new MediaCodecBuffer(new AMessage(), new ABuffer(size));
 }
 
 class TavroCCodecTest : public ::testing::Test {
@@ -138,8 +132,8 @@ TEST_F(TavroCCodecTest, FrameRateCheckStartsOnFirstInputAndStopsAfterShutdown) {
     h->advanceUs(3 * kSecondUs);
     EXPECT_EQ(countAnalysis("sendFPSInfo"), 0u);
 
-    ASSERT_EQ(h->channel()->queueInputBuffer(makeBuffer(16)), OK);
-    ASSERT_EQ(h->channel()->queueInputBuffer(makeBuffer(16)), OK);  // one chain only
+    ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
+    ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);  // one chain only
     h->advanceUs(kSecondUs - 1);
     EXPECT_EQ(countAnalysis("sendFPSInfo"), 0u);
     h->advanceUs(1);
@@ -160,7 +154,7 @@ TEST_F(TavroCCodecTest, AudioCodecNeverRunsTheFrameRateCheck) {
     h->allocate("c2.android.aac.decoder");
     h->configure(makeFormat("audio/mp4a-latm", {{"sample-rate", 48000}}));
     h->start();
-    ASSERT_EQ(h->channel()->queueInputBuffer(makeBuffer(16)), OK);
+    ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
     h->advanceUs(5 * kSecondUs);
     EXPECT_EQ(countAnalysis("sendFPSInfo"), 0u);
 }
@@ -212,11 +206,7 @@ TEST_F(TavroCCodecTest, BoostParametersNeverReachTheBase) {
 TEST_F(TavroCCodecTest, OnWorkDoneHandsEveryWorkToTheChannel) {
     playVideoDecoder();
     std::list<std::unique_ptr<C2Work>> works;
-    for (int i = 0; i < 3; ++i) {
-        auto work = std::make_unique<C2Work>();
-        work->worklets.push_back(std::make_unique<C2Worklet>());
-        works.push_back(std::move(work));
-    }
+    for (int i = 0; i < 3; ++i) works.push_back(test::makeWork());
     h->codec()->onWorkDone(works);
     EXPECT_EQ(h->channel()->countersForTesting().worksDone, 3u);
     EXPECT_EQ(h->analysis()->countersForTesting().outputBuffers, 3);

@@ -224,16 +224,27 @@ TEST_F(TavroEncoderRateControlTest, OnlyVideoEncodersAreTuned) {
     const std::vector<Key> input = {i32("min-qp-value", 10), f32("frame-rate", 30.0f),
                                     i32("bitrate", 1000000), i32("tavro-encode-usage-flag", 1),
                                     i32("width", 64),        i32("height", 64)};
-    runCases("c2.qti.avc.decoder", "video/avc", input, {{"video decoder", lists, {}, {white(0)}}},
-             "setBFrame");
-    EXPECT_EQ(1u, stepStatusCount("setUsageFlag", OK));
+    // Every encoder step declines, each with its own status and the same reason.
+    const std::pair<const char*, status_t> kSteps[] = {
+            {"setGopAndBitrate", OK},
+            {"setBFrame", OK},
+            {"configEncoderBitrateSavings", INVALID_OPERATION},
+            {"configEncoderQpRange", OK},
+            {"configEncoderPriority", INVALID_OPERATION},
+            {"setUsageFlag", OK},
+            {"configEncoderScene", INVALID_OPERATION},
+            {"configEncoderFilter", INVALID_OPERATION}};
+    auto expectDeclined = [&] {
+        for (const auto& [step, status] : kSteps) {
+            EXPECT_EQ(status, stepResult(step).status) << step;
+            EXPECT_STREQ("no change: not a video encoder", stepResult(step).reason) << step;
+        }
+    };
+    runCases("c2.qti.avc.decoder", "video/avc", input, {{"video decoder", lists, {}, {white(0)}}});
+    expectDeclined();
     runCases("c2.android.aac.encoder", "audio/mp4a-latm", input + kEncoderFormat,
-             {{"audio encoder", lists, {}, {}}}, "setGopAndBitrate");
-    EXPECT_EQ(1u, stepStatusCount("setUsageFlag", OK));
-    for (const char* step : {"configEncoderBitrateSavings", "configEncoderScene",
-                             "configEncoderFilter", "configEncoderPriority"}) {
-        EXPECT_EQ(1u, stepStatusCount(step, INVALID_OPERATION)) << step;
-    }
+             {{"audio encoder", lists, {}, {}}});
+    expectDeclined();
 }
 
 TEST_F(TavroEncoderRateControlTest, UntrustedListValuesAreReadWithinTheirBuffer) {

@@ -22,16 +22,12 @@
 #include <vector>
 
 #include <C2Work.h>
-#include <binder/Parcel.h>
 #include <host/HostListService.h>
 #include <host/HostLog.h>
 #include <host/HostProperties.h>
 #include <log/log.h>
-#include <media/MediaCodecBuffer.h>
-#include <media/stagefright/foundation/ABuffer.h>
 #include <tavro/TavroVideoBoost.h>
 
-#include "sfplugin/TavroVideoBoostParams.h"
 #include "support/CodecTestHarness.h"
 #include "whitelist/TavroSystemProbe.h"
 #include "whitelist/TavroWhiteListCacheMgr.h"
@@ -67,40 +63,15 @@ struct Outcome {
     std::vector<std::string> errors;  // error-priority log messages
 };
 
-sp<MediaCodecBuffer> frame(int64_t timeUs) {
-    sp<ABuffer> bytes = new ABuffer(32);
-    memset(bytes->data(), 0x11, bytes->size());
-    sp<MediaCodecBuffer> buffer = new MediaCodecBuffer(new AMessage(), bytes);
-    buffer->meta()->setInt64("timeUs", timeUs);
-    return buffer;
-}
-
-std::string describe(const std::vector<TavroVideoBoost::Request>& requests,
-                     std::vector<int32_t>* firstTids) {
+// The requests as letters (test::SentBoost::letter), and the tids of the first thread part.
+std::string describe(std::vector<int32_t>* firstTids) {
     std::string out;
-    bool tidsTaken = false;
-    for (const TavroVideoBoost::Request& r : requests) {
-        if (r.kind == TavroVideoBoost::Request::kUnboost) {
-            out.push_back(r.flags == 0x20 ? 'R' : 'A');
-            continue;
-        }
-        if (r.kind == TavroVideoBoost::Request::kBoostTask) {
-            out.push_back('K');
-            continue;
-        }
-        Parcel parcel;
-        parcel.setData(r.parcel.data(), r.parcel.size());
-        TavroVideoBoostParams params;
-        EXPECT_EQ(params.readFromParcel(&parcel), OK);
-        if (params.clusterParams.empty()) {
-            out.push_back('T');
-        } else {
-            out.push_back(params.threads.empty() ? 'C' : 'W');
-        }
-        if (!tidsTaken && !params.threads.empty()) {
-            tidsTaken = true;
-            for (size_t i = 1; i < params.threads.size(); i += 3) {
-                firstTids->push_back(params.threads[i]);
+    for (const test::SentBoost& s : test::sentBoosts()) {
+        EXPECT_TRUE(s.readable);
+        out.push_back(s.letter());
+        if (firstTids->empty()) {
+            for (size_t i = 1; i < s.params.threads.size(); i += 3) {
+                firstTids->push_back(s.params.threads[i]);
             }
         }
     }
@@ -123,21 +94,15 @@ Outcome playSession(const std::function<void(CodecHarness&)>& inject) {
 
     for (int f = 0; f < kFrames; ++f) {
         const int64_t ptsUs = (f + 1) * kFrameUs;
-        const status_t queued = h->channel()->queueInputBuffer(frame(ptsUs));
+        const status_t queued = h->channel()->queueInputBuffer(test::makeFrame(ptsUs));
         if (f == 0) out.queueStatus = queued;
-        std::list<std::unique_ptr<C2Work>> works;
-        auto work = std::make_unique<C2Work>();
-        work->input.ordinal.frameIndex = static_cast<uint64_t>(f);
-        auto worklet = std::make_unique<C2Worklet>();
-        worklet->output.ordinal.frameIndex = static_cast<uint64_t>(f);
-        work->worklets.push_back(std::move(worklet));
-        works.push_back(std::move(work));
+        std::list<std::unique_ptr<C2Work>> works = test::oneWork(f);
         h->codec()->onWorkDone(works);
         if (f == kFrames - 1) {
-            out.discardStatus = h->channel()->discardBuffer(frame(ptsUs));
+            out.discardStatus = h->channel()->discardBuffer(test::makeFrame(ptsUs));
         } else {
-            const status_t rendered =
-                    h->channel()->renderOutputBuffer(frame(ptsUs), 5'000'000'000LL + ptsUs * 1000);
+            const status_t rendered = h->channel()->renderOutputBuffer(
+                    test::makeFrame(ptsUs), 5'000'000'000LL + ptsUs * 1000);
             if (f == 0) out.renderStatus = rendered;
         }
         h->advanceUs(kFrameUs);
@@ -161,7 +126,7 @@ Outcome playSession(const std::function<void(CodecHarness&)>& inject) {
     out.paramWrites = h->channel()->countersForTesting().setParameters;
     h->destroy();
 
-    out.requests = describe(TavroVideoBoost::requestsForTesting(), &out.threadTids);
+    out.requests = describe(&out.threadTids);
     for (const host::LogRecord& r : host::HostLog::records()) {
         if (r.priority >= ANDROID_LOG_ERROR) out.errors.push_back(r.message);
     }

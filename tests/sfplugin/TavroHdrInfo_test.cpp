@@ -114,7 +114,7 @@ TEST(TavroHdrInfoTest, DynamicMetadataClassification) {
         EXPECT_EQ(isHDRVivid(info), c.vivid);
         int32_t type = 0;
         checkHdr10PlusInfo(info, &type);
-        EXPECT_EQ(type, c.vivid ? kHdrInfoHdrVivid : kHdrInfoHdr10Plus);
+        EXPECT_EQ(type, c.vivid ? kHdrTypeHdrVivid : kHdrTypeHdr10Plus);
     }
 
     int32_t untouched = 7;

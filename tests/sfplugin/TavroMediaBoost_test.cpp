@@ -35,31 +35,12 @@ int32_t ownTid() {
     return static_cast<int32_t>(syscall(SYS_gettid));
 }
 
-// A decoded request sent to the boost service.
-struct Sent {
-    TavroVideoBoost::Request::Kind kind;
-    TavroVideoBoostParams params;
-    TavroVideoTaskBoost task;
-    uint32_t flags = 0;
-};
+using Sent = test::SentBoost;
 
+// Every request the boost service received, each read back from its parcel.
 std::vector<Sent> sentRequests() {
-    std::vector<Sent> out;
-    for (const TavroVideoBoost::Request& r : TavroVideoBoost::requestsForTesting()) {
-        Sent s;
-        s.kind = r.kind;
-        s.flags = r.flags;
-        Parcel parcel;
-        if (r.kind != TavroVideoBoost::Request::kUnboost) {
-            parcel.setData(r.parcel.data(), r.parcel.size());
-            parcel.setDataPosition(0);
-            status_t err = r.kind == TavroVideoBoost::Request::kBoost
-                                   ? s.params.readFromParcel(&parcel)
-                                   : s.task.readFromParcel(&parcel);
-            EXPECT_EQ(err, OK);
-        }
-        out.push_back(s);
-    }
+    std::vector<Sent> out = test::sentBoosts();
+    for (const Sent& s : out) EXPECT_TRUE(s.readable);
     return out;
 }
 
@@ -136,6 +117,58 @@ TEST_F(TavroMediaBoostTest, WatchdogSendsAndReleasesTheClusterPartAsTheRateMoves
     h->codec()->initiateShutdown(false);
     h->runPending();
     EXPECT_EQ(sentRequests().size(), 4u);
+}
+
+// One flag runs both periodic checks, so whichever comes first decides: an encoder whose first
+// input comes before its first counted work runs the frame-rate check and never the watchdog (its
+// cluster part stays unsent); one whose works come first runs the watchdog, which counts works per
+// second and sends the cluster part once the limit is reached. Shutdown stops either chain.
+TEST_F(TavroMediaBoostTest, EncoderTimerChainsShareOneFlag) {
+    struct Case {
+        const char* name;
+        bool inputFirst;
+        size_t sentAfterOneSecond;
+        size_t fpsChecks;   // sendFPSInfo calls after two seconds
+        size_t encoderFps;  // "Encoder fps: " lines after two seconds
+    };
+    const Case kCases[] = {
+            {"input first: frame-rate check only", true, 1, 2, 0},
+            {"works first: watchdog only", false, 2, 0, 2},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        h.reset();
+        SetUp();
+        host::HostProperties::set("debug.tavro.video.log.enable", "6");
+        host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
+        host::HostProperties::set("debug.cpu.boost",
+                                  "limitOpRate=30,cluster0Min=1804800,isVideo=1");
+        h->allocate("c2.qti.avc.encoder");
+        h->configure(makeFormat("video/avc", {{"encoder", 1}}));
+        h->start();
+        ASSERT_EQ(sentRequests().size(), 1u);  // the thread part: rate 0 is below the limit
+
+        if (c.inputFirst) {
+            ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
+        }
+        for (int i = 0; i < 40; ++i) h->channel()->onWorkDone(test::makeWork(), nullptr, nullptr);
+        h->advanceUs(kSecondUs);
+        std::vector<Sent> sent = sentRequests();
+        ASSERT_EQ(sent.size(), c.sentAfterOneSecond);
+        if (sent.size() == 2) {
+            EXPECT_EQ(sent[1].params.clusterParams, (std::vector<int32_t>{0x40800100, 1804}));
+            EXPECT_EQ(host::HostLog::count("Encoder fps: 40"), 1u);
+        }
+        h->advanceUs(kSecondUs);
+        EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), c.fpsChecks);
+        EXPECT_EQ(host::HostLog::count("Encoder fps: "), c.encoderFps);
+
+        h->codec()->initiateShutdown(false);
+        h->runPending();
+        h->advanceUs(3 * kSecondUs);
+        EXPECT_EQ(CodecHarness::events("analysis", "sendFPSInfo").size(), c.fpsChecks);
+        EXPECT_EQ(host::HostLog::count("Encoder fps: "), c.encoderFps);
+    }
 }
 
 TEST_F(TavroMediaBoostTest, RateAlreadyAtTheLimitSendsTheWholeRequestAtStart) {

@@ -5,7 +5,6 @@
 #include <stdio.h>
 
 #include <atomic>
-#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -78,13 +77,11 @@ TEST_F(SpeedDetectionTest, ClipsWriteTheirRateAndModeChanges) {
         std::vector<std::string> expected;
     };
     const std::string fps30 = fileFps(10, k30Fps);
+    // The thresholds themselves are the detector's (TavroSpeedDetector_test.cpp); these clips
+    // show what the channel writes, and when, as the detector decides.
     // clang-format off
     const Case kCases[] = {
-        // Entering needs 31 samples at 1.2x or more.
-        {"30 frames at 2x stay normal", ClipGenerator().play(30, 30, 2.0), {fps30}},
         {"the 31st frame at 2x enters", ClipGenerator().play(31, 30, 2.0), {fps30, vppMode(30, 1)}},
-        {"1.5x enters as well", ClipGenerator().play(40, 30, 1.5), {fps30, vppMode(30, 1)}},
-        {"1.1x never enters", ClipGenerator().play(200, 30, 1.1), {fps30}},
         // Truncation to ms makes a 30 fps span 333 or 334 ms (30.03 / 29.94): no rewrite either.
         {"steady 30 fps at normal speed", ClipGenerator().play(300, 30, 1.0), {fps30}},
         // Dropped frames have no render-time ratio; the wall-clock ratio carries them.
@@ -101,11 +98,6 @@ TEST_F(SpeedDetectionTest, ClipsWriteTheirRateAndModeChanges) {
         // 40 frames only, however long the fast stretch was.
         {"history is bounded", ClipGenerator().play(500, 30, 2.0).play(47, 30, 1.0),
          {fps30, vppMode(30, 1), vppMode(546, 0)}},
-        // 120 ms of content shown every 100 ms: both ratios are exactly 1.2f. Entering treats it
-        // as fast; leaving only stops above 1.2, so a full history leaves and the next re-enters.
-        {"exactly 1.2 is fast both ways", ClipGenerator().playSteps(54, 120000, 100000),
-         {fileFps(10, rateOfSpan(1200)), vppMode(30, 1), vppMode(50, 0), vppMode(51, 1),
-          vppMode(52, 0), vppMode(53, 1)}},
         // Event 40 is the flush; the next frame finds one sample in fast mode.
         {"flush resets", ClipGenerator().play(40, 30, 2.0).flush().play(35, 30, 2.0),
          {fps30, vppMode(30, 1), vppMode(41, 0), vppMode(71, 1)}},
@@ -114,16 +106,6 @@ TEST_F(SpeedDetectionTest, ClipsWriteTheirRateAndModeChanges) {
         // pts 0 (a loop to the start) empties the history before the sample is added.
         {"loop to zero resets", ClipGenerator().play(40, 30, 2.0).seekTo(0).play(35, 30, 2.0),
          {fps30, vppMode(30, 1), vppMode(40, 0), vppMode(70, 1)}},
-        // Content-rate changes must exceed 1 fps. 5 fps spans 2000 ms, 4 fps 2500 ms: exactly
-        // 1.0 apart, and mixed spans lie between.
-        {"5 to 4 fps is no change", ClipGenerator().play(40, 5, 1.0).play(30, 4, 1.0),
-         {fileFps(10, 5.0f)}},
-        {"4 to 5 fps is no change", ClipGenerator().play(40, 4, 1.0).play(30, 5, 1.0),
-         {fileFps(10, 4.0f)}},
-        // 3.9 fps: the span ending at frame 49 is 10307 - 7800 = 2507 ms, the first one more
-        // than 1 fps below 5.
-        {"5 to 3.9 fps", ClipGenerator().play(40, 5, 1.0).play(30, 3.9, 1.0),
-         {fileFps(10, 5.0f), fileFps(49, rateOfSpan(2507))}},
         // A 31 fps span truncates to 322 ms (31.06 fps): 1.03 from 30.03, which is a change.
         {"30 to 31 fps after truncation", ClipGenerator().play(40, 30, 1.0).play(30, 31, 1.0),
          {fps30, fileFps(50, rateOfSpan(322))}},
@@ -227,7 +209,8 @@ TEST_F(SpeedDetectionTest, SpeedDecisionTextIsNotLoggedBelowTheLevel) {
     EXPECT_EQ(host::HostLog::count("isChanged:"), 0u);
 }
 
-// ---- The history under bad timestamps, read through the per-sample trace -------------------
+// ---- The history through the channel, read through the per-sample trace ----------------------
+// (The detector's own rules on rates and restarts are in TavroSpeedDetector_test.cpp.)
 
 struct Sample {
     long long pts = 0, render = 0, sys = 0;
@@ -251,79 +234,6 @@ class RenderHistoryTest : public ::testing::Test {
 
     ChannelRig rig;
 };
-
-TEST_F(RenderHistoryTest, SampleCarriesRatesOverTenIntervals) {
-    // Differences are taken before conversion, so they stay exact at any magnitude.
-    for (uint64_t start : {uint64_t{1000}, std::numeric_limits<uint64_t>::max() - 10'000}) {
-        SCOPED_TRACE(start);
-        ChannelRig local;
-        ChannelRig::setLogLevel("6");
-        for (uint64_t i = 0; i < 11; ++i) {
-            host::HostClock::advance(33'000'000);
-            local.channel->pushRenderTimeInfo(start + i * 33, start + 4000 + i * 33);
-            local.channel->setFFmode();
-        }
-        Sample s = lastTrace();
-        EXPECT_EQ(static_cast<uint64_t>(s.pts), start + 330);
-        EXPECT_EQ(static_cast<uint64_t>(s.render), start + 4330);
-        EXPECT_EQ(s.sys, 1'000'000 + 11 * 33);
-        EXPECT_FLOAT_EQ(s.ptsUnit, rateOfSpan(330));
-        EXPECT_FLOAT_EQ(s.renderUnit, rateOfSpan(330));
-        EXPECT_FLOAT_EQ(s.sysUnit, rateOfSpan(330));
-        EXPECT_FLOAT_EQ(s.speed, 1.0f);
-        EXPECT_FLOAT_EQ(s.speed2, 1.0f);
-        ASSERT_EQ(local.writes().size(), 1u);
-        EXPECT_EQ(describe({{0, local.writes()[0]}}),
-                  (std::vector<std::string>{fileFps(0, rateOfSpan(330))}));
-    }
-}
-
-TEST_F(RenderHistoryTest, BadTimestampsRestartTheHistory) {
-    const uint64_t kHuge = std::numeric_limits<uint64_t>::max();
-    struct Case {
-        const char* name;
-        // Ten samples are pushed first: pts 1000, render 5000, both stepping 33 ms, the clock
-        // moving `prefixClockMs` before each. Then the sample under test.
-        int64_t prefixClockMs;
-        uint64_t pts, render;
-        int64_t clockMs;
-        bool restarted;
-    };
-    const Case kCases[] = {
-            {"steady", 33, 1330, 5330, 33, false},
-            {"render jumps back", 33, 1330, 4000, 33, true},
-            {"render repeats the sample 10 before", 33, 1330, 5000, 33, true},
-            {"pts jumps back", 33, 900, 5330, 33, true},
-            {"pts repeats the sample 10 before", 33, 1000, 5330, 33, true},
-            {"one still clock tick is fine", 33, 1330, 5330, 0, false},
-            {"clock stands still over the span", 0, 1330, 5330, 0, true},
-            {"pts near 2^64", 33, kHuge - 5, 5330, 33, false},
-            {"render near 2^64", 33, 1330, kHuge, 33, false},
-            {"dropped frame", 33, 1330, 0, 33, false},
-    };
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        ChannelRig local;
-        ChannelRig::setLogLevel("6");
-        for (int i = 0; i < 10; ++i) {
-            host::HostClock::advance(c.prefixClockMs * 1'000'000);
-            local.channel->pushRenderTimeInfo(1000 + i * 33, 5000 + i * 33);
-        }
-        host::HostClock::advance(c.clockMs * 1'000'000);
-        local.channel->pushRenderTimeInfo(c.pts, c.render);
-        EXPECT_FALSE(local.channel->isSpeedChanged());
-        Sample s = lastTrace();
-        EXPECT_EQ(static_cast<uint64_t>(s.pts), c.pts);
-        EXPECT_EQ(static_cast<uint64_t>(s.render), c.render);
-        // The wall-clock rate is set on every sample compared with an older one.
-        EXPECT_EQ(s.sysUnit > 0, !c.restarted);
-        // A restarted history holds one sample: no content rate to report.
-        EXPECT_EQ(local.channel->isFileFpsChanged(), !c.restarted && c.pts == 1330);
-        if (c.render == 0 || c.restarted) {
-            EXPECT_EQ(s.speed, 0.0f);
-        }
-    }
-}
 
 TEST_F(RenderHistoryTest, NegativeRenderTimesWrapAndRestart) {
     // A render timestamp before 0 ns wraps to a huge render time; coming back to normal times

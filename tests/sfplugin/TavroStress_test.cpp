@@ -29,7 +29,6 @@
 #include <vector>
 
 #include <C2Work.h>
-#include <binder/Parcel.h>
 #include <host/HostClock.h>
 #include <host/HostEvents.h>
 #include <host/HostListService.h>
@@ -46,7 +45,6 @@
 #include "common/TavroLog.h"
 #include "sfplugin/TavroCCodec.h"
 #include "sfplugin/TavroCCodecBufferChannel.h"
-#include "sfplugin/TavroVideoBoostParams.h"
 #include "support/CodecTestHarness.h"
 #include "whitelist/TavroSystemProbe.h"
 #include "whitelist/TavroWhiteListCacheMgr.h"
@@ -206,19 +204,14 @@ void onHostEvent(const host::HostEvent& event) {
     for (size_t i = 0; i + 1 < hex.size(); i += 2) {
         bytes.push_back(static_cast<uint8_t>(nibble(hex[i]) * 16 + nibble(hex[i + 1])));
     }
-    Parcel parcel;
-    parcel.setData(bytes.data(), bytes.size());
-    TavroVideoBoostParams params;
-    if (params.readFromParcel(&parcel) != OK) {
-        ledger.events.push_back('?');
+    const test::SentBoost sent =
+            test::decodeBoost({TavroVideoBoost::Request::kBoost, std::move(bytes), 0});
+    ledger.events.push_back(sent.letter());
+    if (!sent.readable) {
         ++ledger.violations;
         return;
     }
-    if (params.clusterParams.empty()) {
-        ledger.events.push_back('T');
-        return;
-    }
-    ledger.events.push_back(params.threads.empty() ? 'C' : 'W');
+    if (sent.letter() == 'T') return;
     ++ledger.clusterSends;
     if (ledger.balance != 0) ++ledger.violations;
     ledger.balance = 1;
@@ -259,25 +252,6 @@ class Fence : public AHandler {
     uint64_t mPosted = 0;  // guarded by mLock
     uint64_t mSeen = 0;    // guarded by mLock
 };
-
-sp<MediaCodecBuffer> frameBuffer(int64_t timeUs) {
-    sp<ABuffer> bytes = new ABuffer(64);
-    memset(bytes->data(), 0x21, bytes->size());
-    sp<MediaCodecBuffer> buffer = new MediaCodecBuffer(new AMessage(), bytes);
-    buffer->meta()->setInt64("timeUs", timeUs);
-    return buffer;
-}
-
-std::list<std::unique_ptr<C2Work>> outputWork(int64_t frame) {
-    auto work = std::make_unique<C2Work>();
-    work->input.ordinal.frameIndex = static_cast<uint64_t>(frame);
-    auto worklet = std::make_unique<C2Worklet>();
-    worklet->output.ordinal.frameIndex = static_cast<uint64_t>(frame);
-    work->worklets.push_back(std::move(worklet));
-    std::list<std::unique_ptr<C2Work>> works;
-    works.push_back(std::move(work));
-    return works;
-}
 
 struct Settings {
     int codecs;
@@ -346,13 +320,13 @@ void driveCodec(int index, const Settings& settings, World* world) {
         for (int f = 0; f < settings.frames; ++f) {
             // Normal speed, then double speed for a while, then normal again.
             const bool fast = (f / 24) % 2 == 1;
-            EXPECT_EQ(channel->queueInputBuffer(frameBuffer(ptsUs)), OK);
-            std::list<std::unique_ptr<C2Work>> works = outputWork(f + 1);
+            EXPECT_EQ(channel->queueInputBuffer(test::makeFrame(ptsUs, 64)), OK);
+            std::list<std::unique_ptr<C2Work>> works = test::oneWork(f + 1);
             codec->onWorkDone(works);
             if (f % 10 == 9) {
-                EXPECT_EQ(channel->discardBuffer(frameBuffer(ptsUs)), OK);
+                EXPECT_EQ(channel->discardBuffer(test::makeFrame(ptsUs, 64)), OK);
             } else {
-                EXPECT_EQ(channel->renderOutputBuffer(frameBuffer(ptsUs), renderNs), OK);
+                EXPECT_EQ(channel->renderOutputBuffer(test::makeFrame(ptsUs, 64), renderNs), OK);
             }
             ptsUs += 33333;
             renderNs += fast ? 16666666 : 33333333;

@@ -55,7 +55,7 @@ class TavroVppSelectionTest : public ConfigureFixture {
         useProcRoot();
     }
     static std::string ffLine(int enable, int32_t value) {
-        return String8::format(kLogFFModeStatus, "cheekFFModeStatus", 416, enable, value).c_str();
+        return String8::format(kLogFFModeStatus, enable, value).c_str();
     }
 
     void run(const std::vector<VppCase>& cases) {

@@ -1,11 +1,15 @@
 #include "support/CodecTestHarness.h"
 
+#include <string.h>
+
 #include <binder/IPCThreadState.h>
+#include <binder/Parcel.h>
 #include <host/HostClock.h>
 #include <host/HostListService.h>
 #include <host/HostLog.h>
 #include <host/HostProperties.h>
 #include <media/MediaCodecInfo.h>
+#include <media/stagefright/foundation/ABuffer.h>
 #include <tavro/TavroListUtils.h>
 #include <tavro/TavroVideoBoost.h>
 
@@ -38,6 +42,72 @@ sp<AMessage> makeFormat(const std::string& mime,
     format->setString("mime", mime.c_str());
     for (const auto& kv : ints) format->setInt32(kv.first.c_str(), kv.second);
     return format;
+}
+
+sp<MediaCodecBuffer> makeFrame(int64_t timeUs, size_t size) {
+    sp<ABuffer> bytes = new ABuffer(size);
+    memset(bytes->data(), 0x11, bytes->size());
+    sp<MediaCodecBuffer> buffer = new MediaCodecBuffer(new AMessage(), bytes);
+    if (timeUs >= 0) buffer->meta()->setInt64("timeUs", timeUs);
+    return buffer;
+}
+
+std::unique_ptr<C2Work> makeWork(uint32_t outFlags, int64_t outIndex, int64_t inIndex) {
+    auto work = std::make_unique<C2Work>();
+    work->input.ordinal.frameIndex = c2_cntr64_t(static_cast<uint64_t>(inIndex));
+    auto worklet = std::make_unique<C2Worklet>();
+    worklet->output.flags = static_cast<C2FrameData::flags_t>(outFlags);
+    worklet->output.ordinal.frameIndex = c2_cntr64_t(static_cast<uint64_t>(outIndex));
+    work->worklets.push_back(std::move(worklet));
+    return work;
+}
+
+std::list<std::unique_ptr<C2Work>> oneWork(int64_t index) {
+    std::list<std::unique_ptr<C2Work>> works;
+    works.push_back(makeWork(0, index, index));
+    return works;
+}
+
+char SentBoost::letter() const {
+    if (!readable) return '?';
+    switch (kind) {
+        case TavroVideoBoost::Request::kUnboost:
+            return flags == 0x20 ? 'R' : 'A';
+        case TavroVideoBoost::Request::kBoostTask:
+            return 'K';
+        case TavroVideoBoost::Request::kBoost:
+            break;
+    }
+    if (params.clusterParams.empty()) return 'T';
+    return params.threads.empty() ? 'C' : 'W';
+}
+
+SentBoost decodeBoost(const TavroVideoBoost::Request& request) {
+    SentBoost s;
+    s.kind = request.kind;
+    s.flags = request.flags;
+    if (request.kind == TavroVideoBoost::Request::kUnboost) return s;
+    Parcel parcel;
+    parcel.setData(request.parcel.data(), request.parcel.size());
+    parcel.setDataPosition(0);
+    s.readable = (request.kind == TavroVideoBoost::Request::kBoost
+                          ? s.params.readFromParcel(&parcel)
+                          : s.task.readFromParcel(&parcel)) == OK;
+    return s;
+}
+
+std::vector<SentBoost> sentBoosts() {
+    std::vector<SentBoost> out;
+    for (const TavroVideoBoost::Request& r : TavroVideoBoost::requestsForTesting()) {
+        out.push_back(decodeBoost(r));
+    }
+    return out;
+}
+
+std::string sentLetters() {
+    std::string out;
+    for (const SentBoost& s : sentBoosts()) out.push_back(s.letter());
+    return out;
 }
 
 CodecHarness::CodecHarness() {
