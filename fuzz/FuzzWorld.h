@@ -48,15 +48,17 @@ constexpr char kFuzzLogQuiet[] = "0";
 // on about half of them.
 class FuzzInput {
   public:
-    // The log level comes from one byte of the input: detailed for 1 value in 16 (kDetailEvery),
-    // quiet otherwise, so that the formatted lines are fuzzed without every input paying for them.
+    // The log level comes from the input's last byte (FuzzedDataProvider takes integers from the
+    // end): detailed when it is kDetailByte, quiet otherwise, an input too short for the byte
+    // included. The formatted lines are fuzzed by the inputs that ask for them, and the search
+    // keeps a few such inputs for the lines' own edges, while the others do not pay for them.
     FuzzInput(FuzzedDataProvider& fdp, bool withPlatform);
     FuzzInput(bool withPlatform, const char* logLevel);
     ~FuzzInput();
     FuzzInput(const FuzzInput&) = delete;
     FuzzInput& operator=(const FuzzInput&) = delete;
 
-    static constexpr uint8_t kDetailEvery = 16;
+    static constexpr uint8_t kDetailByte = 0xD7;
 };
 
 // `text` as a std::string made once per distinct pointer and kept for the process: the host stores

@@ -68,11 +68,13 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    // Texts of a length divisible by FuzzInput::kDetailEvery are parsed and dumped with every
-    // detailed line formatted; the others with the optional lines gated off.
-    const bool detailed = size % fuzz::FuzzInput::kDetailEvery == 0;
+    // An input that starts with FuzzInput::kDetailByte has the rest parsed and dumped with every
+    // detailed line formatted; any other input is the text itself, with the optional lines gated
+    // off.
+    const bool detailed = size > 0 && data[0] == fuzz::FuzzInput::kDetailByte;
     const fuzz::FuzzInput input(true, detailed ? fuzz::kFuzzLogDetailed : fuzz::kFuzzLogQuiet);
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const size_t skip = detailed ? 1 : 0;
+    const std::string text(reinterpret_cast<const char*>(data) + skip, size - skip);
 
     auto info = std::make_shared<MediaBoostInfo>();
     info->boostStrInfo = text;
