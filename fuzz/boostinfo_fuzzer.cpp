@@ -68,16 +68,20 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzz::resetFuzzWorld();
-    fuzz::setFuzzLogLevel("7");  // every debug line of the parse and of the dump is formatted
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    // An input that starts with FuzzInput::kDetailByte has the rest parsed and dumped with every
+    // detailed line formatted; any other input is the text itself, with the optional lines gated
+    // off.
+    const bool detailed = size > 0 && data[0] == fuzz::FuzzInput::kDetailByte;
+    const fuzz::FuzzInput input(true, detailed ? fuzz::kFuzzLogDetailed : fuzz::kFuzzLogQuiet);
+    const size_t skip = detailed ? 1 : 0;
+    const std::string text(reinterpret_cast<const char*>(data) + skip, size - skip);
 
     auto info = std::make_shared<MediaBoostInfo>();
     info->boostStrInfo = text;
     const bool ok = parseBoostInfo(text, info);
     printMediaBoostInfo(info);
     // The rest checks results; formatting every line again would only slow the search down.
-    fuzz::setFuzzLogLevel("0");
+    if (detailed) fuzz::setFuzzLogLevel(fuzz::kFuzzLogQuiet);
     if (!ok) {
         check(text.find("schedVideo=") != std::string::npos ||
                       text.find("schedAudio=") != std::string::npos,
@@ -129,11 +133,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The whole lookup of an app, with the string as its "media-sched-boost" and top-activity
     // "vdec-cpu-boost" answers (the cluster half is only ever asked for video).
     const std::string answer = asListAnswer(text);
-    if (fuzz::boostInfoAreaFits(answer)) {
-        host::HostListService::setByUid(kListMediaSchedBoost, static_cast<int64_t>(getuid()),
-                                        answer);
-        host::HostListService::setTopActivity(-1, "fuzz.activity/.Main");
-        host::HostListService::setByActivity(kListVdecCpuBoost, "fuzz.activity/.Main", answer);
+    // Most answers are the text itself, whose parse is known already.
+    const bool fits = answer == text ? !ok || fuzz::areaFits(info->condition.limitWidth,
+                                                             info->condition.limitHeight)
+                                     : fuzz::boostInfoAreaFits(answer);
+    if (fits) {
+        const std::string& activity = fuzz::named("fuzz.activity/.Main");
+        host::HostListService::setByUid(fuzz::named(kListMediaSchedBoost),
+                                        static_cast<int64_t>(getuid()), answer);
+        host::HostListService::setTopActivity(-1, activity);
+        host::HostListService::setByActivity(fuzz::named(kListVdecCpuBoost), activity, answer);
         const TavroMediaInfo media = videoDecoder("video/hevc", "c2.qti.hevc.decoder", 3840, 2160);
         TavroUxInfo ux;
         TavroClusterInfo cluster;

@@ -4,6 +4,7 @@
 // start, set-parameters, timers and shutdown on a manual looper.
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <fuzzer/FuzzedDataProvider.h>
@@ -34,6 +35,10 @@ using namespace android;
 namespace {
 
 constexpr char kTopActivity[] = "fuzz.app/.PlayerActivity";
+
+// One manual looper for the process: each input registers its codec, runs it and leaves the
+// looper with no handler and nothing pending.
+sp<ALooper> sLooper;
 
 // Every list a configure step or the boost client reads.
 const char* const kLists[] = {
@@ -73,8 +78,8 @@ const char* const kLists[] = {
 
 // Lists whose answers are boost-info strings (the white list matches their area limits).
 bool holdsBoostInfo(const char* list) {
-    const std::string name(list);
-    return name == kListMediaSchedBoost || name == kListVencCpuBoost || name == kListVdecCpuBoost;
+    return strcmp(list, kListMediaSchedBoost) == 0 || strcmp(list, kListVencCpuBoost) == 0 ||
+           strcmp(list, kListVdecCpuBoost) == 0;
 }
 
 const char* const kProperties[] = {
@@ -144,43 +149,47 @@ std::string boostInfoSafe(const std::string& text, size_t limit) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::initFuzzWorld();
+    sLooper = new ALooper();
+    sLooper->setManualForTesting(true);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::startFuzzInput(fdp, true);
+    const fuzz::FuzzInput input(fdp, true);
 
     for (const char* key : kProperties) {
         switch (fdp.ConsumeIntegralInRange<int>(0, 2)) {
             case 0:
                 break;
             case 1:
-                host::HostProperties::set(key, pick(fdp, kPropertyValues));
+                host::HostProperties::set(fuzz::named(key),
+                                          fuzz::named(pick(fdp, kPropertyValues)));
                 break;
             default: {
                 std::string value = fdp.ConsumeRandomLengthString(PROPERTY_VALUE_MAX);
-                const std::string name(key);
-                if (name == kPropDebugCodecUx || name == kPropDebugCpuBoost) {
+                if (strcmp(key, kPropDebugCodecUx) == 0 || strcmp(key, kPropDebugCpuBoost) == 0) {
                     value = boostInfoSafe(value, PROPERTY_VALUE_MAX - 1);
                 }
-                host::HostProperties::set(key, value);
+                host::HostProperties::set(fuzz::named(key), value);
             }
         }
     }
     // The platform triple must stay set for the white list to answer at all.
-    if (fdp.ConsumeBool()) host::HostProperties::set(kPropHardware, "qcom");
+    if (fdp.ConsumeBool()) host::HostProperties::set(fuzz::named(kPropHardware), "qcom");
 
     const int64_t uid = static_cast<int64_t>(getuid());
-    host::HostListService::setTopActivity(-1, kTopActivity);
+    const std::string& topActivity = fuzz::named(kTopActivity);
+    host::HostListService::setTopActivity(-1, topActivity);
     for (const char* list : kLists) {
         const int how = fdp.ConsumeIntegralInRange<int>(0, 3);
         if (how == 0) continue;
         std::string value = fdp.ConsumeRandomLengthString(300);
         if (holdsBoostInfo(list)) value = boostInfoSafe(value, kBoostInfoBufferSize - 1);
-        if (how & 1) host::HostListService::setByUid(list, uid, value);
-        if (how & 2) host::HostListService::setByActivity(list, kTopActivity, value);
-        if (how == 3) host::HostListService::setByPid(list, static_cast<int64_t>(getpid()), value);
+        const std::string& name = fuzz::named(list);
+        if (how & 1) host::HostListService::setByUid(name, uid, value);
+        if (how & 2) host::HostListService::setByActivity(name, topActivity, value);
+        if (how == 3) host::HostListService::setByPid(name, static_cast<int64_t>(getpid()), value);
     }
 
     const char* mime = pick(fdp, kMimes);
@@ -200,8 +209,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (fdp.ConsumeBool())
         format->setString(kKeyPkgName, fdp.ConsumeRandomLengthString(64).c_str());
 
-    sp<ALooper> looper = new ALooper();
-    looper->setManualForTesting(true);
+    const sp<ALooper>& looper = sLooper;
     sp<TavroCCodec> codec = new TavroCCodec();
     looper->registerHandler(codec);
 

@@ -123,7 +123,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::startFuzzInput(fdp, false);
+    const fuzz::FuzzInput input(fdp, false);
     readBits(fdp);
     classify(fdp);
     channelHeader(fdp);

@@ -13,8 +13,10 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <array>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <tavro/TavroListUtils.h>
@@ -30,8 +32,6 @@ namespace {
 
 constexpr int32_t kPid = 4242;
 
-std::string sRoot;
-
 void writeFile(const std::string& path, const std::string& bytes) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0) return;
@@ -44,13 +44,105 @@ void writeFile(const std::string& path, const std::string& bytes) {
     ::close(fd);
 }
 
-// Removes what an input made, deepest first.
-void removeAll(std::vector<std::string>& made) {
-    for (auto it = made.rbegin(); it != made.rend(); ++it) {
-        if (::unlink(it->c_str()) != 0) ::rmdir(it->c_str());
+// The fixture tree on disk, kept from one input to the next: an input names the entries it wants,
+// parents first, and only the difference to the previous input's tree is written. Making and
+// removing a whole tree per input would cost most of the input's time in system calls. The
+// entries' strings keep the storage reserved at the start, so that nothing the tree keeps across
+// inputs is allocated in one input and freed in another (which libFuzzer would take for a leak).
+class Tree {
+  public:
+    explicit Tree(std::string root) : mRoot(std::move(root)) {
+        for (auto* entries : {&mHave, &mWant}) {
+            for (Entry& e : *entries) {
+                e.path.reserve(kMaxText);
+                e.bytes.reserve(kMaxText);
+            }
+        }
     }
-    made.clear();
-}
+
+    const std::string& root() const { return mRoot; }
+
+    void clearWanted() { mWantCount = 0; }
+    // False when `path` is wanted already: the first entry of a name stands, as it would on disk.
+    bool wantDir(const std::string& path) { return want(path, std::string(), true); }
+    bool wantFile(const std::string& path, const std::string& bytes) {
+        return want(path, bytes, false);
+    }
+
+    // Makes the disk hold exactly the wanted entries.
+    void apply() {
+        std::array<bool, kMaxEntries> kept{};
+        for (size_t i = mHaveCount; i-- > 0;) {  // deepest first
+            const Entry& have = mHave[i];
+            const Entry* wanted = find(mWant, mWantCount, have.path);
+            kept[i] = wanted != nullptr && wanted->dir == have.dir;
+            if (!kept[i]) remove(have);
+        }
+        for (size_t i = 0; i < mWantCount; ++i) {
+            const Entry& wanted = mWant[i];
+            const Entry* have = find(mHave, mHaveCount, wanted.path);
+            const bool present = have != nullptr && kept[static_cast<size_t>(have - mHave.data())];
+            if (wanted.dir) {
+                if (!present) ::mkdir(wanted.path.c_str(), 0755);
+            } else if (!present || have->bytes != wanted.bytes) {
+                writeFile(wanted.path, wanted.bytes);
+            }
+        }
+        for (size_t i = 0; i < kMaxEntries; ++i) std::swap(mHave[i], mWant[i]);
+        mHaveCount = mWantCount;
+        mWantCount = 0;
+    }
+
+    // Removes every entry and the root (at exit).
+    void removeAll() {
+        clearWanted();
+        apply();
+        ::rmdir(mRoot.c_str());
+    }
+
+  private:
+    static constexpr size_t kMaxEntries = 16;  // meminfo, pid, cmdline, comm, task, 4 x 2 tasks
+    static constexpr size_t kMaxText = 512;    // longer than any path or content made here
+
+    struct Entry {
+        std::string path;
+        std::string bytes;
+        bool dir = false;
+    };
+    using Entries = std::array<Entry, kMaxEntries>;
+
+    static const Entry* find(const Entries& entries, size_t count, const std::string& path) {
+        for (size_t i = 0; i < count; ++i) {
+            if (entries[i].path == path) return &entries[i];
+        }
+        return nullptr;
+    }
+
+    static void remove(const Entry& entry) {
+        if (entry.dir) {
+            ::rmdir(entry.path.c_str());
+        } else {
+            ::unlink(entry.path.c_str());
+        }
+    }
+
+    bool want(const std::string& path, const std::string& bytes, bool dir) {
+        if (mWantCount == kMaxEntries || find(mWant, mWantCount, path) != nullptr) return false;
+        Entry& e = mWant[mWantCount++];
+        e.path.assign(path);
+        e.bytes.assign(bytes);
+        e.dir = dir;
+        return true;
+    }
+
+    const std::string mRoot;
+    Entries mHave;
+    Entries mWant;
+    size_t mHaveCount = 0;
+    size_t mWantCount = 0;
+};
+
+Tree* sTree = nullptr;
 
 void check(bool ok, const char* what) {
     if (ok) return;
@@ -62,39 +154,33 @@ void check(bool ok, const char* what) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::initFuzzWorld();
-    char dir[] = "/tmp/tavro-proc-fuzz-XXXXXX";
-    if (mkdtemp(dir) == nullptr) abort();
-    sRoot = dir;
-    atexit([] { ::rmdir(sRoot.c_str()); });
+    sTree = new Tree(fuzz::makeScratchDir("tavro-proc-fuzz"));  // never destroyed
+    atexit([] { sTree->removeAll(); });
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::startFuzzInput(fdp, false);
+    const fuzz::FuzzInput input(fdp, false);
 
-    std::vector<std::string> made;
-    const std::string pidDir = sRoot + "/" + std::to_string(kPid);
+    Tree& tree = *sTree;
+    tree.clearWanted();
+    const std::string pidDir = tree.root() + "/" + std::to_string(kPid);
     const std::string taskDir = pidDir + "/task";
     if (fdp.ConsumeBool()) {
-        writeFile(sRoot + "/meminfo", fdp.ConsumeRandomLengthString(256));
-        made.push_back(sRoot + "/meminfo");
+        tree.wantFile(tree.root() + "/meminfo", fdp.ConsumeRandomLengthString(256));
     }
     std::set<int32_t> taskIds;
     if (fdp.ConsumeIntegralInRange<int>(0, 7) != 0) {
-        ::mkdir(pidDir.c_str(), 0755);
-        made.push_back(pidDir);
+        tree.wantDir(pidDir);
         if (fdp.ConsumeBool()) {
-            writeFile(pidDir + "/cmdline", fdp.ConsumeRandomLengthString(128));
-            made.push_back(pidDir + "/cmdline");
+            tree.wantFile(pidDir + "/cmdline", fdp.ConsumeRandomLengthString(128));
         }
         if (fdp.ConsumeBool()) {
-            writeFile(pidDir + "/comm", fdp.ConsumeRandomLengthString(32));
-            made.push_back(pidDir + "/comm");
+            tree.wantFile(pidDir + "/comm", fdp.ConsumeRandomLengthString(32));
         }
         if (fdp.ConsumeIntegralInRange<int>(0, 7) != 0) {
-            ::mkdir(taskDir.c_str(), 0755);
-            made.push_back(taskDir);
+            tree.wantDir(taskDir);
             const int tasks = fdp.ConsumeIntegralInRange<int>(0, 4);
             for (int t = 0; t < tasks; ++t) {
                 std::string name = fdp.ConsumeBool()
@@ -106,23 +192,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 }
                 const std::string entry = taskDir + "/" + name;
                 if (fdp.ConsumeIntegralInRange<int>(0, 7) == 0) {
-                    writeFile(entry, "not a directory");  // a task that is a plain file
-                    made.push_back(entry);
+                    tree.wantFile(entry, "not a directory");  // a task that is a plain file
                     continue;
                 }
-                if (::mkdir(entry.c_str(), 0755) != 0) continue;
-                made.push_back(entry);
+                if (!tree.wantDir(entry)) continue;
                 if (name[0] >= '0' && name[0] <= '9') taskIds.insert(tavroAtoi(name.c_str()));
                 if (fdp.ConsumeIntegralInRange<int>(0, 7) != 0) {
-                    writeFile(entry + "/comm", fdp.ConsumeRandomLengthString(24));
-                    made.push_back(entry + "/comm");
+                    tree.wantFile(entry + "/comm", fdp.ConsumeRandomLengthString(24));
                 }
             }
         }
     }
 
-    setProcRootForTesting(sRoot);
-    setProcessNameRootForTesting(sRoot);
+    tree.apply();
+    setProcRootForTesting(tree.root());
+    setProcessNameRootForTesting(tree.root());
     std::vector<std::string> names;
     const int nameCount = fdp.ConsumeIntegralInRange<int>(0, 3);
     for (int n = 0; n < nameCount; ++n) names.push_back(fdp.ConsumeRandomLengthString(8));
@@ -137,8 +221,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)getSystemAvailMem();
     (void)getProcessName(kPid);
 
-    setProcRootForTesting("");
-    setProcessNameRootForTesting("");
-    removeAll(made);
+    setProcRootForTesting(fuzz::fuzzProcRoot());
+    setProcessNameRootForTesting(fuzz::fuzzProcRoot());
     return 0;
 }

@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider fdp(data, size);
-    fuzz::startFuzzInput(fdp, false);
+    const fuzz::FuzzInput input(fdp, false);
 
     auto tavroCallback = std::make_shared<CountingTavroCallback>();
     sp<TavroAnalysisFPS> analysis = fdp.ConsumeBool() ? new TavroAnalysisFPS() : nullptr;

@@ -6,6 +6,7 @@
 // Neither is held while calling out (client callback, buffer channel, looper).
 #include <codec2/sfplugin/CCodec.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <utility>
@@ -46,6 +47,8 @@ class PlatformChannelCallback : public CCodecCallback {
     std::function<CodecBase::CodecCallback*()> mClient;
 };
 
+std::atomic<bool> sRecordCalls{true};
+
 constexpr char kKeyCodecInfo[] = "codecInfo";
 constexpr char kKeyFormat[] = "format";
 constexpr char kKeyKeepComponentAllocated[] = "keepComponentAllocated";
@@ -62,21 +65,32 @@ CCodec::CCodec() : mOutputFormat(new AMessage()) {
 
 CCodec::~CCodec() = default;
 
+void CCodec::setRecordCallsForTesting(bool record) {
+    sRecordCalls.store(record, std::memory_order_relaxed);
+}
+
 void CCodec::record(const char* name, const sp<AMessage>& msg, int64_t value) {
+    const bool keep = sRecordCalls.load(std::memory_order_relaxed);
+    if (!keep && !host::HostEvents::wanted()) return;
     Call call;
     call.name = name;
     if (msg != nullptr) call.msg = msg->dup();
     call.value = value;
-    host::HostEvent event{"codec", name, this, {{"value", std::to_string(value)}}};
-    for (auto& field : host::messageFields(call.msg)) event.fields.push_back(std::move(field));
-    {
+    // The event's text is built only when someone would see it.
+    const bool wanted = host::HostEvents::wanted();
+    host::HostEvent event{};
+    if (wanted) {
+        event = {"codec", name, this, {{"value", std::to_string(value)}}};
+        for (auto& field : host::messageFields(call.msg)) event.fields.push_back(std::move(field));
+    }
+    if (keep) {
         std::lock_guard<std::mutex> guard(mCallLock);
         auto& byName = mCallsByName[call.name];
         ++byName.first;
         byName.second = mCalls.size();
         mCalls.push_back(std::move(call));
     }
-    host::HostEvents::record(std::move(event));
+    if (wanted) host::HostEvents::record(std::move(event));
 }
 
 std::shared_ptr<BufferChannelBase> CCodec::getBufferChannel() {

@@ -60,7 +60,12 @@ void emit(LogRecord record) {
         listener = s.listener;
         if (s.capacity > 0) {
             if (s.records.size() >= s.capacity) s.records.pop_front();
-            s.records.push_back(record);
+            // The sink's copy is the last use unless stderr or a listener still reads it.
+            if (toStderr || listener) {
+                s.records.push_back(record);
+            } else {
+                s.records.push_back(std::move(record));
+            }
         }
     }
     if (toStderr) {

@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -15,7 +16,30 @@ namespace android {
 namespace host {
 namespace {
 
-using Table = std::map<std::string, std::map<std::string, std::string>>;
+// An entry keeps its place and its value's storage once set: clear() only marks it unset, so that
+// a store filled again with the same entries (a fuzzer's every input) allocates nothing.
+struct Entry {
+    std::string value;
+    bool set = false;
+};
+// Transparent comparators: a query looks its list and key up without copying them.
+using Table = std::map<std::string, std::map<std::string, Entry, std::less<>>, std::less<>>;
+
+void setEntry(Table& table, const std::string& list, const std::string& key,
+              const std::string& value) {
+    Entry& entry = table[list][key];
+    entry.value = value;
+    entry.set = true;
+}
+
+void unsetAll(Table& table) {
+    for (auto& list : table) {
+        for (auto& entry : list.second) {
+            entry.second.set = false;
+            entry.second.value.clear();
+        }
+    }
+}
 
 struct ListState {
     std::mutex lock;
@@ -25,6 +49,7 @@ struct ListState {
     std::atomic<uint64_t> queries{0};
     std::set<std::tuple<std::string, HostListService::Key, std::string>> asked;
     std::vector<HostListService::Ask> asks;  // distinct, in first-asked order
+    std::atomic<bool> recordAsks{true};
 };
 
 ListState& state() {
@@ -34,16 +59,17 @@ ListState& state() {
 
 bool lookup(const Table& table, const char* list, const std::string& key, std::string* value) {
     if (list == nullptr) return false;
-    auto l = table.find(list);
+    auto l = table.find(std::string_view(list));
     if (l == table.end()) return false;
     auto v = l->second.find(key);
-    if (v == l->second.end()) return false;
-    if (value != nullptr) *value = v->second;
+    if (v == l->second.end() || !v->second.set) return false;
+    if (value != nullptr) *value = v->second.value;
     return true;
 }
 
 void noteAsk(const char* list, HostListService::Key key, const std::string& id) {
     ListState& s = state();
+    if (!s.recordAsks.load(std::memory_order_relaxed)) return;
     std::lock_guard<std::mutex> guard(s.lock);
     auto entry = std::make_tuple(std::string(list != nullptr ? list : ""), key, id);
     if (s.asked.insert(entry).second) {
@@ -100,10 +126,10 @@ bool member(const Table& table, const char* list, const std::string& key) {
 void HostListService::clear() {
     ListState& s = state();
     std::lock_guard<std::mutex> guard(s.lock);
-    s.byUid.clear();
-    s.byPid.clear();
-    s.byName.clear();
-    s.byActivity.clear();
+    unsetAll(s.byUid);
+    unsetAll(s.byPid);
+    unsetAll(s.byName);
+    unsetAll(s.byActivity);
     s.topActivity.clear();
     s.fault = Fault::kNone;
     s.asked.clear();
@@ -112,24 +138,24 @@ void HostListService::clear() {
 
 void HostListService::setByUid(const std::string& list, int64_t uid, const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byUid[list][std::to_string(uid)] = value;
+    setEntry(state().byUid, list, std::to_string(uid), value);
 }
 
 void HostListService::setByPid(const std::string& list, int64_t pid, const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byPid[list][std::to_string(pid)] = value;
+    setEntry(state().byPid, list, std::to_string(pid), value);
 }
 
 void HostListService::setByName(const std::string& list, const std::string& name,
                                 const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byName[list][name] = value;
+    setEntry(state().byName, list, name, value);
 }
 
 void HostListService::setByActivity(const std::string& list, const std::string& activity,
                                     const std::string& value) {
     std::lock_guard<std::mutex> guard(state().lock);
-    state().byActivity[list][activity] = value;
+    setEntry(state().byActivity, list, activity, value);
 }
 
 void HostListService::setTopActivity(int32_t pid, const std::string& activity) {
@@ -154,6 +180,10 @@ uint64_t HostListService::queryCount() {
 std::vector<HostListService::Ask> HostListService::asks() {
     std::lock_guard<std::mutex> guard(state().lock);
     return state().asks;
+}
+
+void HostListService::setRecordAsks(bool record) {
+    state().recordAsks.store(record, std::memory_order_relaxed);
 }
 
 }  // namespace host

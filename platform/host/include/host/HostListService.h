@@ -49,6 +49,9 @@ class HostListService {
     // Every distinct question since clear(), in the order first asked (tavro-sim reports the
     // entries a scenario gave that nobody asked for).
     static std::vector<Ask> asks();
+    // Whether questions are recorded for asks() (on by default). A fuzzer turns it off: it never
+    // reads them, and the names it asks by come from its input, so the record would only grow.
+    static void setRecordAsks(bool record);
 };
 
 }  // namespace host

@@ -21,6 +21,9 @@ class HostProperties {
     // Every key a property_get* call asked for since clear(), set or not, sorted (tavro-sim
     // reports the properties a scenario set that nobody read).
     static std::vector<std::string> readKeys();
+    // Whether reads are recorded for readKeys() (on by default). A fuzzer turns it off: it never
+    // asks, and re-recording the same keys after every clear() would cost allocations per input.
+    static void setRecordReads(bool record);
 
     // Loads "key=value" lines: blank lines and lines starting with '#' are skipped, blanks around
     // key and value are trimmed, a later line wins. A line without '=' or with an empty key is
