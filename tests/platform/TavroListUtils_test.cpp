@@ -2,17 +2,13 @@
 // process name read through /proc.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
 
 #include <tavro/TavroListUtils.h>
+
+#include "support/ProcTree.h"
 
 namespace android {
 namespace {
@@ -112,32 +108,17 @@ TEST(TavroListUtilsTest, SplitsListsKeepingEmptyPieces) {
 
 class TavroProcessNameTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/tavro-procname-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        mRoot = pattern;
-        setProcessNameRootForTesting(mRoot);
-    }
-    void TearDown() override {
-        setProcessNameRootForTesting("");
-        std::error_code error;
-        std::filesystem::remove_all(mRoot, error);
-        EXPECT_FALSE(error) << error.message();
-    }
-    void writeFile(int pid, const char* name, const std::string& bytes) {
-        std::string dir = mRoot + "/" + std::to_string(pid);
-        mkdir(dir.c_str(), 0755);
-        std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
-    }
-    std::string mRoot;
+    void SetUp() override { setProcessNameRootForTesting(mProc.root()); }
+    void TearDown() override { setProcessNameRootForTesting(""); }
+    test::ProcTree mProc;
 };
 
 TEST_F(TavroProcessNameTest, CmdlineFirstThenCommThenEmpty) {
-    writeFile(100, "cmdline", std::string("com.example.player\0--flag\0", 26));
-    writeFile(100, "comm", "player\n");
-    writeFile(200, "cmdline", "");
-    writeFile(200, "comm", "kworker/0:1\n");
-    writeFile(400, "cmdline", std::string(10000, 'x'));  // unterminated: bounded
+    mProc.write("100/cmdline", std::string("com.example.player\0--flag\0", 26));
+    mProc.write("100/comm", "player\n");
+    mProc.write("200/cmdline", "");
+    mProc.write("200/comm", "kworker/0:1\n");
+    mProc.write("400/cmdline", std::string(10000, 'x'));  // unterminated: bounded
     EXPECT_STREQ("com.example.player", getProcessName(100).c_str());
     EXPECT_STREQ("kworker/0:1", getProcessName(200).c_str());
     EXPECT_STREQ("", getProcessName(300).c_str());

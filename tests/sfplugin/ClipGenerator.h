@@ -27,6 +27,7 @@
 
 #include "common/TavroLog.h"
 #include "sfplugin/TavroCCodecBufferChannel.h"
+#include "support/CodecTestHarness.h"
 
 namespace android {
 namespace test {
@@ -92,16 +93,6 @@ class ChannelRig {
     static void setLogLevel(const char* level) {
         host::HostProperties::set(kTavroLogLevelProperty, level);
     }
-
-    // A buffer of `size` bytes (filled with 0x5A); "timeUs" set unless `timeUs` is null.
-    static sp<MediaCodecBuffer> makeBuffer(const int64_t* timeUs, size_t size = 16) {
-        sp<ABuffer> bytes = new ABuffer(size);
-        if (size > 0) memset(bytes->data(), 0x5A, size);
-        sp<MediaCodecBuffer> buffer = new MediaCodecBuffer(new AMessage(), bytes);
-        if (timeUs != nullptr) buffer->meta()->setInt64("timeUs", *timeUs);
-        return buffer;
-    }
-    static sp<MediaCodecBuffer> bufferAt(int64_t timeUs) { return makeBuffer(&timeUs); }
 
     // Every setParameters call so far, each as its list of records (size, index, value).
     std::vector<std::vector<VendorRecord>> writes() const {
@@ -226,10 +217,10 @@ inline std::vector<ClipWrite> playClip(ChannelRig& rig, const ClipGenerator& cli
         const size_t before = rig.channel->countersForTesting().setParameters;
         switch (e.kind) {
             case ClipEvent::kRender:
-                rig.channel->renderOutputBuffer(ChannelRig::bufferAt(e.ptsUs), e.renderNs);
+                rig.channel->renderOutputBuffer(makeFrame(e.ptsUs), e.renderNs);
                 break;
             case ClipEvent::kDiscard:
-                rig.channel->discardBuffer(ChannelRig::bufferAt(e.ptsUs));
+                rig.channel->discardBuffer(makeFrame(e.ptsUs));
                 break;
             case ClipEvent::kFlush:
                 rig.channel->flush(noWork);

@@ -57,9 +57,9 @@ TEST_F(BufferChannelTest, FirstInputIsStampedOnceAndWritesTheInputDelay) {
         local.channel->cheekFFModeStatus(false, c.vppWhiteListValue);
         local.channel->setInputDelayForTesting(4);
         host::HostClock::advance(1234);
-        EXPECT_EQ(local.channel->queueInputBuffer(ChannelRig::makeBuffer(nullptr, 100)), OK);
+        EXPECT_EQ(local.channel->queueInputBuffer(makeFrame(-1, 100)), OK);
         host::HostClock::advance(1000);
-        EXPECT_EQ(local.channel->queueInputBuffer(ChannelRig::makeBuffer(nullptr, 50)), OK);
+        EXPECT_EQ(local.channel->queueInputBuffer(makeFrame(-1, 50)), OK);
 
         auto stamps = local.analysisEvents("updateParameters");
         ASSERT_EQ(stamps.size(), 1u);
@@ -86,8 +86,7 @@ TEST_F(BufferChannelTest, FailedQueueStopsAfterThePlatformCall) {
     rig.analysis->setNeedCheckScanTypeForTesting(1);
     rig.analysis->setScanTypeSettlesAfterForTesting(1);
     rig.channel->setQueueStatusForTesting(INVALID_OPERATION);
-    EXPECT_EQ(rig.channel->queueInputBuffer(ChannelRig::makeBuffer(nullptr, 64)),
-              INVALID_OPERATION);
+    EXPECT_EQ(rig.channel->queueInputBuffer(makeFrame(-1, 64)), INVALID_OPERATION);
 
     const auto counters = rig.analysis->countersForTesting();
     EXPECT_EQ(counters.bufferBytes, 64);  // counted before the platform call
@@ -124,7 +123,7 @@ TEST_F(BufferChannelTest, ScanTypeProbeRunsUntilSettled) {
         local.analysis->setScanTypeSettlesAfterForTesting(c.settleAfter);
         local.analysis->setVideoScanTypeForTesting(c.scanType);
         for (int i = 0; i < 5; ++i) {
-            EXPECT_EQ(local.channel->queueInputBuffer(ChannelRig::makeBuffer(nullptr)), OK);
+            EXPECT_EQ(local.channel->queueInputBuffer(makeFrame()), OK);
         }
         EXPECT_EQ(local.analysis->countersForTesting().scanProbes, c.expectedProbes);
         EXPECT_EQ(local.analysis->countersForTesting().inputBuffers, 5);
@@ -147,8 +146,8 @@ TEST_F(BufferChannelTest, SecureQueueNeitherProbesNorWrites) {
     rig.analysis->setScanTypeSettlesAfterForTesting(1);
     AString error;
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(rig.channel->queueSecureInputBuffer(ChannelRig::makeBuffer(nullptr, 10), true,
-                                                      nullptr, nullptr, CryptoPlugin::kMode_AES_CTR,
+        EXPECT_EQ(rig.channel->queueSecureInputBuffer(makeFrame(-1, 10), true, nullptr, nullptr,
+                                                      CryptoPlugin::kMode_AES_CTR,
                                                       CryptoPlugin::Pattern(), nullptr, 0, &error),
                   OK);
     }
@@ -160,8 +159,8 @@ TEST_F(BufferChannelTest, SecureQueueNeitherProbesNorWrites) {
     EXPECT_EQ(rig.analysisEvents("updateParameters").size(), 1u);
 
     rig.channel->setQueueStatusForTesting(UNKNOWN_ERROR);
-    EXPECT_EQ(rig.channel->queueSecureInputBuffer(ChannelRig::makeBuffer(nullptr), false, nullptr,
-                                                  nullptr, CryptoPlugin::kMode_Unencrypted,
+    EXPECT_EQ(rig.channel->queueSecureInputBuffer(makeFrame(), false, nullptr, nullptr,
+                                                  CryptoPlugin::kMode_Unencrypted,
                                                   CryptoPlugin::Pattern(), nullptr, 0, &error),
               UNKNOWN_ERROR);
     EXPECT_EQ(rig.analysis->countersForTesting().inputBuffers, 3);
@@ -174,9 +173,9 @@ TEST_F(BufferChannelTest, OutputHooksReportAndForwardThePlatformStatus) {
     // The first render is reported even when the platform fails it.
     rig.channel->setRenderStatusForTesting(INVALID_OPERATION);
     host::HostClock::advance(77);
-    EXPECT_EQ(rig.channel->renderOutputBuffer(ChannelRig::bufferAt(0), 42), INVALID_OPERATION);
+    EXPECT_EQ(rig.channel->renderOutputBuffer(makeFrame(0), 42), INVALID_OPERATION);
     rig.channel->setRenderStatusForTesting(OK);
-    EXPECT_EQ(rig.channel->renderOutputBuffer(ChannelRig::bufferAt(33333), 43), OK);
+    EXPECT_EQ(rig.channel->renderOutputBuffer(makeFrame(33333), 43), OK);
     EXPECT_EQ(fieldValues(rig.analysisEvents("reportFirstFrameTime"), "timeNs"),
               (std::vector<std::string>{std::to_string(kClockStartNs + 77)}));
     EXPECT_EQ(rig.tavroCallback->renderTimestamps, (std::vector<int64_t>{42, 43}));
@@ -184,7 +183,7 @@ TEST_F(BufferChannelTest, OutputHooksReportAndForwardThePlatformStatus) {
     EXPECT_EQ(rig.channel->countersForTesting().rendered, 2u);
 
     rig.channel->setDiscardStatusForTesting(BAD_VALUE);
-    EXPECT_EQ(rig.channel->discardBuffer(ChannelRig::bufferAt(1)), BAD_VALUE);
+    EXPECT_EQ(rig.channel->discardBuffer(makeFrame(1)), BAD_VALUE);
     EXPECT_EQ(rig.analysis->countersForTesting().discardedBuffers, 1);
     rig.channel->flush({});
     EXPECT_EQ(rig.channel->countersForTesting().discarded, 1u);
@@ -395,9 +394,9 @@ TEST_F(BufferChannelTest, WithoutAnalysisOrCallbackOnlyThePlatformIsReached) {
     auto channel = std::make_shared<TavroCCodecBufferChannel>(rig.baseCallback, nullptr, nullptr);
     channel->cheekFFModeStatus(true, 1);
     channel->setFeedbackId(3);
-    EXPECT_EQ(channel->queueInputBuffer(ChannelRig::makeBuffer(nullptr)), OK);
-    EXPECT_EQ(channel->renderOutputBuffer(ChannelRig::bufferAt(1000), 1), OK);
-    EXPECT_EQ(channel->discardBuffer(ChannelRig::bufferAt(2000)), OK);
+    EXPECT_EQ(channel->queueInputBuffer(makeFrame()), OK);
+    EXPECT_EQ(channel->renderOutputBuffer(makeFrame(1000), 1), OK);
+    EXPECT_EQ(channel->discardBuffer(makeFrame(2000)), OK);
     channel->onWorkDone(makeWork(1), nullptr, nullptr);
     channel->setHdrType(4);
     channel->setInputMetEos(true);

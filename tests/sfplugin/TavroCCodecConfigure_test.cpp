@@ -6,8 +6,6 @@
 
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -108,9 +106,7 @@ TEST_F(TavroCCodecConfigureTest, CallingUidComesFromTheFormatOrTheProcess) {
 
 TEST_F(TavroCCodecConfigureTest, ProcessNameFromThePackageOrProc) {
     const std::string root = useProcRoot();
-    const std::string dir = root + "/" + std::to_string(getpid());
-    std::filesystem::create_directories(dir);
-    std::ofstream(dir + "/cmdline", std::ios::binary) << std::string("com.proc.player\0-x\0", 19);
+    mProc->write(ProcTree::ownPid() + "/cmdline", std::string("com.proc.player\0-x\0", 19));
     const Props odm = {{"ro.tavro.vpplisttype", "odm"},
                        {"ro.tavro.vpplist.odm.value", "com.proc.player#7#com.example.app#9"}};
     for (bool withPackage : {true, false}) {
@@ -303,7 +299,9 @@ TEST_F(TavroCCodecConfigureTest, DisableWcgOnlyForOne) {
         {{i32("disable-wcg", 1)}, true}, {{i32("disable-wcg", 0)}, false},
         {{i32("disable-wcg", 2)}, false}, {{i64("disable-wcg", 1)}, false}, {{}, false}};
     // clang-format on
-    for (const auto& [input, disabled] : cases) {
+    for (size_t row = 0; row < std::size(cases); ++row) {
+        SCOPED_TRACE(row);
+        const auto& [input, disabled] = cases[row];
         SetUp();
         configure(kAvcDecoder, appFormat("video/hevc", input));
         EXPECT_EQ(disabled, mHarness->channel()->getDisableWCG());

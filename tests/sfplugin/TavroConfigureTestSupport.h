@@ -8,10 +8,7 @@
 #include <stdint.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <set>
 #include <string>
@@ -27,6 +24,7 @@
 #include <tavro/TavroListUtils.h>
 
 #include "support/CodecTestHarness.h"
+#include "support/ProcTree.h"
 #include "whitelist/TavroSystemProbe.h"
 
 namespace android {
@@ -173,20 +171,15 @@ class ConfigureFixture : public ::testing::Test {
         IPCThreadState::self()->clearCallingIdentityForTesting();
         setProcessNameRootForTesting("");
         setProcRootForTesting("");
-        if (!mProcRoot.empty()) std::filesystem::remove_all(mProcRoot);
+        mProc.reset();
     }
 
     // Points /proc at a temporary tree whose meminfo shows `availKb` free; returns its root.
     std::string useProcRoot(int64_t availKb = 4000000) {
-        if (mProcRoot.empty()) {
-            char pattern[] = "/tmp/tavro-configure-XXXXXX";
-            EXPECT_NE(nullptr, mkdtemp(pattern));
-            mProcRoot = pattern;
-        }
-        std::ofstream(mProcRoot + "/meminfo") << "MemTotal:       12000000 kB\n"
-                                              << "MemAvailable:   " << availKb << " kB\n";
-        setProcRootForTesting(mProcRoot);
-        return mProcRoot;
+        if (mProc == nullptr) mProc = std::make_unique<ProcTree>();
+        mProc->meminfo(availKb);
+        setProcRootForTesting(mProc->root());
+        return mProc->root();
     }
 
     static void setProps(const Props& props) {
@@ -282,7 +275,7 @@ class ConfigureFixture : public ::testing::Test {
     }
 
     std::unique_ptr<CodecHarness> mHarness;
-    std::string mProcRoot;
+    std::unique_ptr<ProcTree> mProc;
 };
 
 }  // namespace test

@@ -7,14 +7,9 @@
 // the ids the codec knows itself.
 #include <gtest/gtest.h>
 
-#include <stdio.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <list>
 #include <memory>
@@ -29,6 +24,7 @@
 #include <tavro/TavroVideoBoost.h>
 
 #include "support/CodecTestHarness.h"
+#include "support/ProcTree.h"
 #include "whitelist/TavroSystemProbe.h"
 #include "whitelist/TavroWhiteListCacheMgr.h"
 
@@ -42,10 +38,6 @@ constexpr int64_t kFrameUs = 33333;
 constexpr char kTopActivity[] = "fault.app/.Player";
 constexpr char kSchedEntry[] = "schedVideo=2,isVideo=1";
 constexpr char kClusterEntry[] = "limitOpRate=30,cluster0Min=1804800,isVideo=1";
-
-int32_t ownTid() {
-    return static_cast<int32_t>(syscall(SYS_gettid));
-}
 
 // What one session did, as seen from outside the codec.
 struct Outcome {
@@ -67,7 +59,6 @@ struct Outcome {
 std::string describe(std::vector<int32_t>* firstTids) {
     std::string out;
     for (const test::SentBoost& s : test::sentBoosts()) {
-        EXPECT_TRUE(s.readable);
         out.push_back(s.letter());
         if (firstTids->empty()) {
             for (size_t i = 1; i < s.params.threads.size(); i += 3) {
@@ -133,51 +124,9 @@ Outcome playSession(const std::function<void(CodecHarness&)>& inject) {
     return out;
 }
 
-// A /proc laid out for this process: its command line, and the given task entries.
-class ProcFixture {
-  public:
-    ProcFixture() {
-        char dir[] = "/tmp/tavro-fault-proc-XXXXXX";
-        EXPECT_NE(mkdtemp(dir), nullptr);
-        mRoot = dir;
-        mPidDir = mRoot + "/" + std::to_string(getpid());
-    }
-    ~ProcFixture() {
-        const std::string command = "rm -rf '" + mRoot + "'";
-        EXPECT_EQ(system(command.c_str()), 0);
-    }
-    void commandLine(const std::string& bytes) {
-        mkdir(mPidDir.c_str(), 0755);
-        write(mPidDir + "/cmdline", bytes);
-    }
-    void taskDir() {
-        mkdir(mPidDir.c_str(), 0755);
-        mkdir((mPidDir + "/task").c_str(), 0755);
-    }
-    // A thread with a comm, a thread whose entry is still listed but whose comm is gone (it
-    // exited while the directory was read), or an entry that is not a directory at all.
-    void thread(const std::string& tid, const char* comm) {
-        taskDir();
-        mkdir((mPidDir + "/task/" + tid).c_str(), 0755);
-        if (comm != nullptr) write(mPidDir + "/task/" + tid + "/comm", comm);
-    }
-    void plainFile(const std::string& name) {
-        taskDir();
-        write(mPidDir + "/task/" + name, "x");
-    }
-    const std::string& root() const { return mRoot; }
-
-  private:
-    static void write(const std::string& path, const std::string& bytes) {
-        std::ofstream(path, std::ios::binary) << bytes;
-    }
-    std::string mRoot;
-    std::string mPidDir;
-};
-
 struct FaultCase {
     const char* name;
-    std::function<void(ProcFixture&, CodecHarness&)> inject;
+    std::function<void(test::ProcTree&, CodecHarness&)> inject;
     std::function<void(const Outcome&)> expect;
 };
 
@@ -203,9 +152,7 @@ class TavroFaultInjectionTest : public ::testing::Test {
     static void reset() {
         test::resetHostWorld();
         TavroVideoBoost::setWriteFailAfterForTesting(-1);
-        host::HostProperties::set(kPropHardware, "qcom");
-        host::HostProperties::set(kPropDeviceFamily, "SM8550");
-        host::HostProperties::set(kPropProjectName, "fault");
+        test::setDevice("fault");
         host::HostListService::setByUid(kListMediaSchedBoost, static_cast<int64_t>(getuid()),
                                         kSchedEntry);
         host::HostListService::setTopActivity(-1, kTopActivity);
@@ -214,7 +161,7 @@ class TavroFaultInjectionTest : public ::testing::Test {
 };
 
 TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
-    const int32_t tid = ownTid();
+    const int32_t tid = test::ownTid();
     const std::vector<int32_t> ownIds = {555, tid, tid};  // tp-ux-tid, configure and looper
     const auto noBoostOtherwiseNormal = [](const Outcome& o) {
         EXPECT_EQ(o.requests, "");
@@ -222,7 +169,7 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
         EXPECT_EQ(o.inputsCounted, kFrames);
     };
     const FaultCase kCases[] = {
-            {"no fault", [](ProcFixture&, CodecHarness&) {},
+            {"no fault", [](test::ProcTree&, CodecHarness&) {},
              [&](const Outcome& o) {
                  EXPECT_EQ(o.requests, kBaselineRequests);
                  EXPECT_EQ(o.threadTids, ownIds);
@@ -236,7 +183,7 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                  EXPECT_TRUE(o.errors.empty()) << o.errors.front();
              }},
             {"platform queue fails",
-             [](ProcFixture&, CodecHarness& h) { h.channel()->setQueueStatusForTesting(-EIO); },
+             [](test::ProcTree&, CodecHarness& h) { h.channel()->setQueueStatusForTesting(-EIO); },
              [](const Outcome& o) {
                  // The platform's status comes back as it is and the input is not counted; the
                  // rest of the session is untouched.
@@ -246,7 +193,7 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                  EXPECT_EQ(o.requests, kBaselineRequests);
              }},
             {"platform render and discard fail",
-             [](ProcFixture&, CodecHarness& h) {
+             [](test::ProcTree&, CodecHarness& h) {
                  h.channel()->setRenderStatusForTesting(-EPIPE);
                  h.channel()->setDiscardStatusForTesting(-EPIPE);
              },
@@ -258,7 +205,7 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                  EXPECT_EQ(o.requests, kBaselineRequests);
              }},
             {"platform setParameters fails",
-             [](ProcFixture&, CodecHarness& h) {
+             [](test::ProcTree&, CodecHarness& h) {
                  h.channel()->setParametersStatusForTesting(UNKNOWN_ERROR);
              },
              [](const Outcome& o) {
@@ -270,10 +217,12 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                  EXPECT_EQ(o.requests, kBaselineRequests);
              }},
             {"platform setSurface fails",
-             [](ProcFixture&, CodecHarness& h) { h.codec()->setSurfaceStatusForTesting(-ENODEV); },
+             [](test::ProcTree&, CodecHarness& h) {
+                 h.codec()->setSurfaceStatusForTesting(-ENODEV);
+             },
              [](const Outcome& o) { EXPECT_EQ(o.surfaceStatus, -ENODEV); }},
             {"no video boost service",
-             [](ProcFixture&, CodecHarness&) { TavroVideoBoost::setAvailableForTesting(false); },
+             [](test::ProcTree&, CodecHarness&) { TavroVideoBoost::setAvailableForTesting(false); },
              [](const Outcome& o) {
                  EXPECT_EQ(o.requests, "");
                  EXPECT_TRUE(hasError(o, "videoboost: fail to get TavroVideoBoost::getInstance()"));
@@ -282,7 +231,7 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                  EXPECT_EQ(o.inputsCounted, kFrames);
              }},
             {"boost service refuses every call",
-             [](ProcFixture&, CodecHarness&) {
+             [](test::ProcTree&, CodecHarness&) {
                  TavroVideoBoost::setStatusForTesting(UNKNOWN_ERROR);
              },
              [](const Outcome& o) {
@@ -290,25 +239,27 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                  EXPECT_EQ(o.requests, kBaselineRequests);
              }},
             {"boost request cannot be written",
-             [](ProcFixture&, CodecHarness&) { TavroVideoBoost::setWriteFailAfterForTesting(3); },
+             [](test::ProcTree&, CodecHarness&) {
+                 TavroVideoBoost::setWriteFailAfterForTesting(3);
+             },
              [](const Outcome& o) {
                  // The thread part never reached the service; the cluster part and its release
                  // still follow the rate.
                  EXPECT_EQ(o.requests, "CR");
              }},
             {"list service answers nothing",
-             [](ProcFixture&, CodecHarness&) {
+             [](test::ProcTree&, CodecHarness&) {
                  host::HostListService::setFault(host::HostListService::Fault::kNoAnswer);
              },
              noBoostOtherwiseNormal},
             // The garbage holds no key a rule knows: a rule without conditions or boosts.
             {"list service answers garbage",
-             [](ProcFixture&, CodecHarness&) {
+             [](test::ProcTree&, CodecHarness&) {
                  host::HostListService::setFault(host::HostListService::Fault::kGarbage);
              },
              noBoostOtherwiseNormal},
             {"list service fills the whole buffer",
-             [](ProcFixture&, CodecHarness&) {
+             [](test::ProcTree&, CodecHarness&) {
                  // The entries end in ',' so that their repetitions parse as the same items.
                  host::HostListService::setByUid(kListMediaSchedBoost,
                                                  static_cast<int64_t>(getuid()),
@@ -322,19 +273,20 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                  EXPECT_EQ(o.threadTids, ownIds);
              }},
             {"/proc without this process",
-             [](ProcFixture& proc, CodecHarness&) { setProcRootForTesting(proc.root()); },
+             [](test::ProcTree& proc, CodecHarness&) { setProcRootForTesting(proc.root()); },
              [](const Outcome& o) {
                  EXPECT_EQ(o.requests, "");
                  EXPECT_TRUE(hasError(o, kLogFailedInitCache));
                  EXPECT_TRUE(o.runningAfterStart);
              }},
             {"/proc loses threads while they are read",
-             [](ProcFixture& proc, CodecHarness&) {
-                 proc.commandLine(std::string("fault.app") + '\0' + "--flag");
-                 proc.thread("100", "KeyWorker\n");
-                 proc.thread("101", nullptr);
-                 proc.plainFile("102");
-                 proc.thread("103", "KeyWorker-2\n");
+             [](test::ProcTree& proc, CodecHarness&) {
+                 const std::string pid = test::ProcTree::ownPid();
+                 proc.write(pid + "/cmdline", std::string("fault.app") + '\0' + "--flag");
+                 proc.addThread(getpid(), "100", "KeyWorker");
+                 proc.makeDir(pid + "/task/101");     // its comm is gone: it exited
+                 proc.write(pid + "/task/102", "x");  // not a directory at all
+                 proc.addThread(getpid(), "103", "KeyWorker-2");
                  host::HostListService::setByUid(kListMediaSchedBoost,
                                                  static_cast<int64_t>(getuid()),
                                                  "schedVideo=2,isVideo=1,threadName=KeyWorker");
@@ -350,8 +302,8 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
                            ownIds);
              }},
             {"/proc without a task directory",
-             [](ProcFixture& proc, CodecHarness&) {
-                 proc.commandLine("fault.app");
+             [](test::ProcTree& proc, CodecHarness&) {
+                 proc.write(test::ProcTree::ownPid() + "/cmdline", "fault.app");
                  host::HostListService::setByUid(kListMediaSchedBoost,
                                                  static_cast<int64_t>(getuid()),
                                                  "schedVideo=2,isVideo=1,threadName=KeyWorker");
@@ -367,7 +319,7 @@ TEST_F(TavroFaultInjectionTest, EachFaultEndsTheSessionAsTheCodecIntends) {
     for (const FaultCase& c : kCases) {
         SCOPED_TRACE(c.name);
         reset();
-        ProcFixture proc;
+        test::ProcTree proc;
         const Outcome o = playSession([&](CodecHarness& h) { c.inject(proc, h); });
         c.expect(o);
     }

@@ -3,7 +3,6 @@
 // request reaches the boost service as the parcel the service reads.
 #include <gtest/gtest.h>
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -25,24 +24,15 @@ namespace {
 
 using test::CodecHarness;
 using test::makeFormat;
+using test::ownTid;
 
 constexpr int64_t kSecondUs = 1000000;
 
 int32_t ownPid() {
     return static_cast<int32_t>(getpid());
 }
-int32_t ownTid() {
-    return static_cast<int32_t>(syscall(SYS_gettid));
-}
 
 using Sent = test::SentBoost;
-
-// Every request the boost service received, each read back from its parcel.
-std::vector<Sent> sentRequests() {
-    std::vector<Sent> out = test::sentBoosts();
-    for (const Sent& s : out) EXPECT_TRUE(s.readable);
-    return out;
-}
 
 std::vector<int32_t> triples(std::initializer_list<int32_t> tids, int32_t sched) {
     std::vector<int32_t> out;
@@ -53,9 +43,7 @@ std::vector<int32_t> triples(std::initializer_list<int32_t> tids, int32_t sched)
 // A blank world on a device the boost entries are written for.
 void resetDevice() {
     test::resetHostWorld();
-    host::HostProperties::set("ro.hardware", "qcom");
-    host::HostProperties::set("ro.build.device_family", "SM8550");
-    host::HostProperties::set("ro.boot.prjname", "p1");
+    test::setDevice("p1");
 }
 
 class TavroMediaBoostTest : public ::testing::Test {
@@ -89,7 +77,7 @@ TEST_F(TavroMediaBoostTest, WatchdogSendsAndReleasesTheClusterPartAsTheRateMoves
     playDecoder();
 
     // Rate 0 < limit 30 at start: only the thread part goes out.
-    std::vector<Sent> sent = sentRequests();
+    std::vector<Sent> sent = test::sentBoosts();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].kind, TavroVideoBoost::Request::kBoost);
     EXPECT_EQ(sent[0].params.sched, 2);
@@ -102,7 +90,7 @@ TEST_F(TavroMediaBoostTest, WatchdogSendsAndReleasesTheClusterPartAsTheRateMoves
     setRate(10.0f);  // nothing active any more
     setRate(30.0f);  // equal to the limit counts as reaching it
 
-    sent = sentRequests();
+    sent = test::sentBoosts();
     ASSERT_EQ(sent.size(), 4u);
     EXPECT_EQ(sent[1].kind, TavroVideoBoost::Request::kBoost);
     EXPECT_EQ(sent[1].params.clusterParams, (std::vector<int32_t>{0x40800100, 1804}));
@@ -116,7 +104,7 @@ TEST_F(TavroMediaBoostTest, WatchdogSendsAndReleasesTheClusterPartAsTheRateMoves
     // Shutdown releases nothing: the release-all flag belongs to no path of the codec.
     h->codec()->initiateShutdown(false);
     h->runPending();
-    EXPECT_EQ(sentRequests().size(), 4u);
+    EXPECT_EQ(test::sentBoosts().size(), 4u);
 }
 
 // One flag runs both periodic checks, so whichever comes first decides: an encoder whose first
@@ -146,14 +134,14 @@ TEST_F(TavroMediaBoostTest, EncoderTimerChainsShareOneFlag) {
         h->allocate("c2.qti.avc.encoder");
         h->configure(makeFormat("video/avc", {{"encoder", 1}}));
         h->start();
-        ASSERT_EQ(sentRequests().size(), 1u);  // the thread part: rate 0 is below the limit
+        ASSERT_EQ(test::sentBoosts().size(), 1u);  // the thread part: rate 0 is below the limit
 
         if (c.inputFirst) {
             ASSERT_EQ(h->channel()->queueInputBuffer(test::makeFrame()), OK);
         }
         for (int i = 0; i < 40; ++i) h->channel()->onWorkDone(test::makeWork(), nullptr, nullptr);
         h->advanceUs(kSecondUs);
-        std::vector<Sent> sent = sentRequests();
+        std::vector<Sent> sent = test::sentBoosts();
         ASSERT_EQ(sent.size(), c.sentAfterOneSecond);
         if (sent.size() == 2) {
             EXPECT_EQ(sent[1].params.clusterParams, (std::vector<int32_t>{0x40800100, 1804}));
@@ -179,13 +167,13 @@ TEST_F(TavroMediaBoostTest, RateAlreadyAtTheLimitSendsTheWholeRequestAtStart) {
     format->setFloat("operating-rate", 60.0f);
     h->configure(format);
     h->start();
-    std::vector<Sent> sent = sentRequests();
+    std::vector<Sent> sent = test::sentBoosts();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].params.threads, triples({ownTid()}, 2));
     EXPECT_EQ(sent[0].params.clusterParams, (std::vector<int32_t>{0x40800000, 2419}));
     // Whole request already holds the cluster part: the watchdog never resends it.
     setRate(90.0f);
-    EXPECT_EQ(sentRequests().size(), 1u);
+    EXPECT_EQ(test::sentBoosts().size(), 1u);
 }
 
 // Entry x media -> the request sent at start (no operating-rate limit, so sent whole).
@@ -233,7 +221,7 @@ TEST_F(TavroMediaBoostTest, RequestFieldsTable) {
         if (std::string(c.mime).rfind("video/", 0) == 0) format->setInt32("tp-ux-tid", 555);
         local.configure(format);
         local.start();
-        std::vector<Sent> sent = sentRequests();
+        std::vector<Sent> sent = test::sentBoosts();
         ASSERT_EQ(sent.size(), c.sent ? 1u : 0u);
         if (!c.sent) continue;
         EXPECT_EQ(sent[0].params.needVendorBoost, c.vendor);
@@ -260,7 +248,7 @@ TEST_F(TavroMediaBoostTest, AppKeyThreadsAreSortedDeduplicatedAndSkipKnownOrBadI
     sp<AMessage> params = new AMessage();
     params->setString("tavro-boost-info", "12,,12,7,abc,9");
     h->codec()->signalSetParameters(params);
-    std::vector<Sent> sent = sentRequests();
+    std::vector<Sent> sent = test::sentBoosts();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].params.threads, triples({9, 12}, 2));
     EXPECT_EQ(sent[0].params.sched, 2);
@@ -270,7 +258,7 @@ TEST_F(TavroMediaBoostTest, AppKeyThreadsAreSortedDeduplicatedAndSkipKnownOrBadI
     // Only known ids: nothing to send.
     params->setString("tavro-boost-info", "7");
     h->codec()->signalSetParameters(params);
-    EXPECT_EQ(sentRequests().size(), 1u);
+    EXPECT_EQ(test::sentBoosts().size(), 1u);
 }
 
 TEST_F(TavroMediaBoostTest, BoostAppPostsATaskBoostOnlyWhileRunning) {
@@ -279,7 +267,7 @@ TEST_F(TavroMediaBoostTest, BoostAppPostsATaskBoostOnlyWhileRunning) {
     playDecoder("c2.qti.avc.decoder", /*startIt=*/false);
     // Fires one second after configure; the codec is not running yet.
     h->advanceUs(kSecondUs);
-    EXPECT_TRUE(sentRequests().empty());
+    EXPECT_TRUE(test::sentBoosts().empty());
 
     // A reconfigure posts it again; this time the codec runs when it fires.
     sp<AMessage> format = makeFormat("video/avc");
@@ -287,7 +275,7 @@ TEST_F(TavroMediaBoostTest, BoostAppPostsATaskBoostOnlyWhileRunning) {
     h->start();
     TavroVideoBoost::clearRequestsForTesting();
     h->advanceUs(kSecondUs);
-    std::vector<Sent> sent = sentRequests();
+    std::vector<Sent> sent = test::sentBoosts();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(sent[0].kind, TavroVideoBoost::Request::kBoostTask);
     EXPECT_EQ(sent[0].task.pid, ownPid());
@@ -298,11 +286,11 @@ TEST_F(TavroMediaBoostTest, BoostAppPostsATaskBoostOnlyWhileRunning) {
 TEST_F(TavroMediaBoostTest, ReconfigureWhileBoostedStartsOverFromAFreshRequest) {
     host::HostProperties::set("debug.codec.ux", "schedVideo=2,isVideo=1");
     playDecoder();
-    ASSERT_EQ(sentRequests().size(), 1u);
+    ASSERT_EQ(test::sentBoosts().size(), 1u);
     host::HostProperties::set("debug.codec.ux", "schedVideo=4,isVideo=1");
     h->configure(makeFormat("video/avc"));
     h->start();
-    std::vector<Sent> sent = sentRequests();
+    std::vector<Sent> sent = test::sentBoosts();
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[1].params.sched, 4);
     EXPECT_EQ(sent[1].params.threads, triples({ownTid()}, 4));
@@ -409,7 +397,7 @@ TEST_F(TavroMediaBoostTest, StartPathAndWatchdogOnTwoThreadsThreadTest) {
 
     // Every cluster release follows a cluster send.
     int active = 0;
-    for (const Sent& s : sentRequests()) {
+    for (const Sent& s : test::sentBoosts()) {
         if (s.kind == TavroVideoBoost::Request::kUnboost) {
             EXPECT_EQ(s.flags, 0x20u);
             EXPECT_GE(active, 1);

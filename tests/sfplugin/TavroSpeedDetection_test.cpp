@@ -156,9 +156,8 @@ TEST_F(SpeedDetectionTest, TrackingOffOrMissingTimestampsRecordNothing) {
     rig.channel->cheekFFModeStatus(true, 0);
     for (int i = 0; i < 60; ++i) {
         host::HostClock::advance(16'666'666);
-        rig.channel->renderOutputBuffer(ChannelRig::makeBuffer(nullptr),
-                                        5'000'000'000 + i * 16'666'666);
-        rig.channel->discardBuffer(ChannelRig::makeBuffer(nullptr));
+        rig.channel->renderOutputBuffer(makeFrame(), 5'000'000'000 + i * 16'666'666);
+        rig.channel->discardBuffer(makeFrame());
     }
     rig.channel->renderOutputBuffer(nullptr, 7'000'000'000);
     rig.channel->discardBuffer(nullptr);
@@ -197,7 +196,7 @@ TEST_F(SpeedDetectionTest, EnteringWritesTwelveByteRecordsAndLogsTheRatiosWalked
     host::HostLog::clear();
     rig.channel->flush({});
     host::HostClock::advance(16'666'666);
-    rig.channel->renderOutputBuffer(ChannelRig::bufferAt(1'100'000), 6'000'000'000);
+    rig.channel->renderOutputBuffer(makeFrame(1'100'000), 6'000'000'000);
     EXPECT_EQ(host::HostLog::count("oldFF:1 listSize:1"), 1u);
 }
 
@@ -241,11 +240,11 @@ TEST_F(RenderHistoryTest, NegativeRenderTimesWrapAndRestart) {
     rig.channel->cheekFFModeStatus(true, 0);
     for (int i = 0; i < 10; ++i) {
         host::HostClock::advance(33'000'000);
-        rig.channel->renderOutputBuffer(ChannelRig::bufferAt(100'000 + i * 33'000),
+        rig.channel->renderOutputBuffer(makeFrame(100'000 + i * 33'000),
                                         -1'000'000'000 + i * 33'000'000);
     }
     host::HostClock::advance(33'000'000);
-    rig.channel->renderOutputBuffer(ChannelRig::bufferAt(430'000), 5'000'000'000);
+    rig.channel->renderOutputBuffer(makeFrame(430'000), 5'000'000'000);
     Sample s = lastTrace();
     EXPECT_EQ(s.render, 5000);
     EXPECT_EQ(s.ptsUnit, 0.0f);
@@ -265,9 +264,9 @@ TEST(SpeedDetectionThreadTest, RenderAndDiscardInterleaved) {
             host::HostClock::advance(8'000'000);
             const int64_t pts = nextPtsUs.fetch_add(33'333);
             if (render) {
-                rig.channel->renderOutputBuffer(ChannelRig::bufferAt(pts), pts * 500);
+                rig.channel->renderOutputBuffer(makeFrame(pts), pts * 500);
             } else {
-                rig.channel->discardBuffer(ChannelRig::bufferAt(pts));
+                rig.channel->discardBuffer(makeFrame(pts));
             }
         }
     };

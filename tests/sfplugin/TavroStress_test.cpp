@@ -365,9 +365,7 @@ class TavroStressThreadTest : public ::testing::Test {
         test::resetHostWorld();
         host::HostEvents::setEnabled(false);  // the listener below still sees every event
         host::HostLog::setCapacity(256);
-        host::HostProperties::set(kPropHardware, "qcom");
-        host::HostProperties::set(kPropDeviceFamily, "SM8550");
-        host::HostProperties::set(kPropProjectName, "stress");
+        test::setDevice("stress");
         host::HostProperties::set(kTavroLogLevelProperty, "5");
         const int64_t uid = static_cast<int64_t>(getuid());
         host::HostListService::setByUid(kListMediaSchedBoost, uid,

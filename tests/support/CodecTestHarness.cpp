@@ -1,6 +1,10 @@
 #include "support/CodecTestHarness.h"
 
+#include <gtest/gtest.h>
+
 #include <string.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
@@ -34,6 +38,16 @@ void resetHostWorld() {
     setProcRootForTesting(kProcRootDefault);
     setProcessNameRootForTesting("/proc");
     IPCThreadState::self()->clearCallingIdentityForTesting();
+}
+
+void setDevice(const char* project, const char* family) {
+    host::HostProperties::set(kPropHardware, "qcom");
+    host::HostProperties::set(kPropDeviceFamily, family);
+    host::HostProperties::set(kPropProjectName, project);
+}
+
+int32_t ownTid() {
+    return static_cast<int32_t>(syscall(SYS_gettid));
 }
 
 sp<AMessage> makeFormat(const std::string& mime,
@@ -100,13 +114,8 @@ std::vector<SentBoost> sentBoosts() {
     std::vector<SentBoost> out;
     for (const TavroVideoBoost::Request& r : TavroVideoBoost::requestsForTesting()) {
         out.push_back(decodeBoost(r));
+        EXPECT_TRUE(out.back().readable) << "request " << out.size() - 1;
     }
-    return out;
-}
-
-std::string sentLetters() {
-    std::string out;
-    for (const SentBoost& s : sentBoosts()) out.push_back(s.letter());
     return out;
 }
 

@@ -32,6 +32,11 @@ namespace test {
 // Properties, list service, log sink, host events, boost requests, white-list cache, /proc root,
 // calling identity and the clock (manual) back to a blank state.
 void resetHostWorld();
+// The platform triple the boost entries of the codec suites are written for: hardware "qcom",
+// family `family`, project `project`.
+void setDevice(const char* project, const char* family = "SM8550");
+// The calling thread's kernel id.
+int32_t ownTid();
 
 // A format message for a codec: mime plus the given int32 keys.
 sp<AMessage> makeFormat(const std::string& mime,
@@ -56,9 +61,8 @@ struct SentBoost {
     char letter() const;
 };
 SentBoost decodeBoost(const TavroVideoBoost::Request& request);
-// Every request so far, in order.
+// Every request so far, in order; each parcel must read back (a test failure otherwise).
 std::vector<SentBoost> sentBoosts();
-std::string sentLetters();
 
 // One TavroCCodec on a manual looper, with a recording client callback.
 class CodecHarness {

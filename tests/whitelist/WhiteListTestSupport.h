@@ -1,6 +1,7 @@
-// Shared pieces of the white-list suites: a temporary /proc tree, a controllable steady clock, a
-// fixture that owns the world the manager reads, media presets, and one-line dumps of the boost
-// records that list only the fields away from their defaults (so a table states just the change).
+// Shared pieces of the white-list suites: a controllable steady clock, a fixture that owns the
+// world the manager reads (its /proc tree from support/ProcTree.h), media presets, and one-line
+// dumps of the boost records that list only the fields away from their defaults (so a table
+// states just the change).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,14 +15,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "common/TavroLog.h"
+#include "support/ProcTree.h"
 #include "whitelist/TavroSystemProbe.h"
 #include "whitelist/TavroWhiteListCacheMgr.h"
 
@@ -118,39 +118,6 @@ inline std::string dump(const MediaBoostInfo& m) {
 
 constexpr char kWhiteListTag[] = "TavroWhiteListCache";
 constexpr char kTestSoc[] = "QXSM8550";
-
-// A directory laid out like /proc, removed with everything in it at destruction.
-class ProcTree {
-  public:
-    ProcTree() {
-        std::string pattern = std::filesystem::temp_directory_path() / "tavro-proc-XXXXXX";
-        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
-        mRoot = pattern;
-    }
-    ~ProcTree() {
-        std::error_code ec;
-        std::filesystem::remove_all(mRoot, ec);
-    }
-    const std::string& root() const { return mRoot; }
-    // Writes `bytes` (NULs included) to root/relative, creating the directories above it.
-    void write(const std::string& relative, const std::string& bytes) const {
-        const std::filesystem::path path = std::filesystem::path(mRoot) / relative;
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-    }
-    void makeDir(const std::string& relative) const {
-        std::filesystem::create_directories(std::filesystem::path(mRoot) / relative);
-    }
-    void remove(const std::string& relative) const {
-        std::filesystem::remove_all(std::filesystem::path(mRoot) / relative);
-    }
-    void addThread(int32_t pid, const std::string& tid, const std::string& comm) const {
-        write(std::to_string(pid) + "/task/" + tid + "/comm", comm + "\n");
-    }
-
-  private:
-    std::string mRoot;
-};
 
 // A steady clock that moves only when told to; readable from any thread. It starts long after
 // the clock's epoch, so that a zero cache time is long ago.
