@@ -30,6 +30,9 @@ struct TavroSimOptions {
     // `line` names the check and the event that was playing. When this returns (or when it is
     // null), the library goes on to stop the process.
     std::function<void(const std::string& line)> onFatal;
+    // Keeps the white list's cache from the scenario played before (and for the next one), as a
+    // second codec in the same process finds it. Tests only; the command always starts fresh.
+    bool keepWhiteListCache = false;
 };
 
 // Plays `scenario` and hands its entries to `*sink`, flushing it at the end. False with `*error`
