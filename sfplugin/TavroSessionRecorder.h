@@ -32,6 +32,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
@@ -144,9 +145,80 @@ class TavroSessionRecorder final : public TavroRecordTap {
     static bool waitForClosedCountForTesting(uint64_t count);
 
   private:
-    struct World;
+    // The records producers append and the writer reads: this header, then the payload without
+    // padding, both read and written with memcpy.
+    enum class RecordKind : uint8_t {
+        kText,           // a lifecycle event, already its JSON object
+        kInput,          // int64 pts, int32 bytes; flag kFlagSecure
+        kOutput,         // see onOutput
+        kRender,         // int64 pts, int64 render time
+        kDiscard,        // int64 pts
+        kFramesStopped,  // a producer dropped a frame: no frame after this one is kept
+    };
+    struct RecordHeader {
+        uint32_t size;  // header included
+        uint8_t kind;
+        uint8_t flags;
+        uint16_t reserved;
+        int64_t clockNs;
+    };
+    static_assert(sizeof(RecordHeader) == 16, "record header layout");
+    static constexpr uint8_t kFlagSecure = 1;
+
+    // The world the library read, as the file's sections after the events will hold it.
+    struct World {
+        static constexpr size_t kMaxNotes = 16;  // notes kept for the comment; the rest counted
+        struct Property {
+            bool set = false;
+            std::string value;
+        };
+        struct ListKey {
+            TavroListAsk ask;
+            int64_t id;
+            std::string name;
+            bool operator<(const ListKey& o) const {
+                return std::tie(ask, id, name) < std::tie(o.ask, o.id, o.name);
+            }
+        };
+        struct ListAnswer {
+            TavroListReply reply = TavroListReply::kNone;
+            std::string value;
+        };
+        std::string component;
+        std::map<std::string, Property> properties;
+        std::map<std::string, std::map<ListKey, ListAnswer>> lists;
+        bool topActivityAsked = false;
+        std::optional<std::string> processName;
+        std::vector<std::pair<int32_t, std::string>> threads;  // in the order they were read
+        std::map<int32_t, std::string> processes;
+        std::optional<int64_t> memAvailableKb;
+        bool memAsked = false;
+        std::optional<std::pair<int64_t, int64_t>> caller;  // uid, pid
+        std::optional<int64_t> fpsUseCount;
+        std::set<std::string> noted;  // dedupes notes
+        std::vector<std::string> notes;
+        int moreNotes = 0;
+        size_t bytes = 0;  // roughly what the tables hold
+        bool full = false;
+
+        bool take(size_t size) {
+            if (bytes + size > kRecordWorldMaxBytes) {
+                full = true;
+                return false;
+            }
+            bytes += size;
+            return true;
+        }
+        void note(const std::string& text) {
+            if (!noted.insert(text).second) return;
+            if (notes.size() < kMaxNotes) {
+                notes.push_back(text);
+            } else {
+                ++moreNotes;
+            }
+        }
+    };
     struct FileState;
-    enum class RecordKind : uint8_t;
 
     TavroSessionRecorder(int dirFd, const std::string& dir, int64_t maxEventBytes);
 
@@ -154,7 +226,14 @@ class TavroSessionRecorder final : public TavroRecordTap {
     template <typename Fill>
     bool append(RecordKind kind, bool lifecycle, size_t payloadSize, Fill&& fill);
     bool appendText(RecordKind kind, const std::string& json);
-    void wakeWriter();
+
+    // ---- The process's writer (TavroSessionRecorderWriter.cpp) ------------------------------
+    static void startWriting(const std::shared_ptr<TavroSessionRecorder>& recorder);
+    static void wakeWriter();
+    static void writerNoteClosed();
+    // A format or parameter message as a scenario writes it; entries of other types are named in
+    // `dropped`, and `lossy` set when a string was not UTF-8.
+    static std::string typedMessageJson(const sp<AMessage>& msg, std::string* dropped, bool* lossy);
     void note(const std::string& text);
     // Logs a writer failure on the codec's thread (the writer never logs while a codec lives).
     void logPendingWarning();

@@ -134,6 +134,16 @@ Json renamedIdentity(Json rec, int64_t pid, int64_t uid) {
 }
 
 // The one recording in `dir`, as JSON.
+// The recording's events without the advances between them (on the real clock, every event is a
+// little later than the one before).
+std::vector<Json> eventsOf(const Json& rec) {
+    std::vector<Json> out;
+    for (const Json& e : rec["events"]) {
+        if (e["event"] != "advance") out.push_back(e);
+    }
+    return out;
+}
+
 Json onlyRecording(const std::string& dir) {
     const Lines names = filesIn(dir);
     EXPECT_EQ(names.size(), 1u) << dir;
@@ -385,8 +395,40 @@ TEST(TavroSessionRecordingFaultTest, CodecDestroyedWhileTheWriterFlushes) {
     EXPECT_EQ(difference(libraryLines(play(replay)), plain), "");
 }
 
-// ---- The file
-// ------------------------------------------------------------------------------------
+// A writer that cannot keep up costs frames of the recording, never a frame of the session: the
+// frame calls return at once, frames stop for good where the buffers filled, and the lifecycle
+// events after that are still written.
+TEST(TavroSessionRecordingFaultTest, WriterBehindStopsFramesNotTheCaller) {
+    test::ScratchDir dir;
+    std::shared_ptr<TavroSessionRecorder> recorder =
+            TavroSessionRecorder::create(dir.path(), 1 << 30);
+    ASSERT_NE(recorder, nullptr);
+    TavroSessionRecorder::holdWriterForTesting(true);
+    recorder->onAllocate("c2.test.decoder");
+    ASSERT_TRUE(TavroSessionRecorder::waitUntilWriterHeldForTesting());
+    constexpr int kFrames = 20000;  // far more than one buffer holds
+    for (int i = 0; i < kFrames; ++i) recorder->onInput(i * 1000, 100, false);
+    recorder->onShutdown(false);
+    recorder->onDestroy();
+    TavroSessionRecorder::holdWriterForTesting(false);
+    recorder.reset();
+    ASSERT_TRUE(TavroSessionRecorder::waitForWritersForTesting());
+
+    const Json rec = onlyRecording(dir.path());
+    const std::string comment = rec["comment"];
+    EXPECT_NE(comment.find("the writer fell behind"), std::string::npos) << comment;
+    Lines events;
+    for (const Json& e : eventsOf(rec)) events.push_back(e["event"]);
+    const int64_t inputs = std::count(events.begin(), events.end(), "input");
+    EXPECT_GT(inputs, 1000);
+    EXPECT_LT(inputs, kFrames);
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ(events[events.size() - 2], "shutdown");
+    EXPECT_EQ(events.back(), "destroy");
+    EXPECT_NO_THROW(loadJson(rec));
+}
+
+// ---- The file ----------------------------------------------------------------------------------
 
 TEST(TavroSessionRecordingFileTest, NameIsSanitizedAndLinksAreNotFollowed) {
     test::ScratchDir dir;
@@ -406,8 +448,9 @@ TEST(TavroSessionRecordingFileTest, NameIsSanitizedAndLinksAreNotFollowed) {
     ASSERT_EQ(symlink(target.c_str(), (dir.path() + "/" + planted).c_str()), 0);
     play(recording(scenario, dir.path()));
     EXPECT_EQ(readFile(target), "untouched");
-    EXPECT_EQ(filesIn(dir.path()),
-              (Lines{names[0], planted, prefix + std::to_string(n + 2) + ".json"}));
+    Lines expected = {names[0], planted, prefix + std::to_string(n + 2) + ".json"};
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(filesIn(dir.path()), expected);
 }
 
 TEST(TavroSessionRecordingFileTest, FormatValuesRoundTripExactly) {
@@ -441,6 +484,42 @@ TEST(TavroSessionRecordingFileTest, FormatValuesRoundTripExactly) {
         EXPECT_EQ(memcmp(&got.floatValue, &want[i].second.floatValue, sizeof(float)), 0);
         EXPECT_EQ(got.stringValue, want[i].second.stringValue);
     }
+}
+
+// What the scenario format cannot hold is left out and said so: entries of other types, bytes
+// that are not UTF-8 (JSON cannot carry them), an output flag without a name.
+TEST(TavroSessionRecordingFileTest, WhatCannotBeWrittenIsNamedInTheComment) {
+    test::ScratchDir dir;
+    std::shared_ptr<TavroSessionRecorder> recorder =
+            TavroSessionRecorder::create(dir.path(), 1 << 20);
+    ASSERT_NE(recorder, nullptr);
+    recorder->onAllocate("c2.test.decoder");
+    sp<AMessage> format = new AMessage();
+    format->setString("mime", "video/avc");
+    format->setString("name", "caf\xc3\xa9 \xff!");
+    format->setObject("native-window", new AMessage());
+    format->setDouble("rate", 1.5);
+    recorder->onConfigure(format);
+    C2Work work;
+    work.worklets.push_back(std::make_unique<C2Worklet>());
+    work.worklets.front()->output.flags = C2FrameData::flags_t(C2FrameData::FLAG_DROP_FRAME | 64);
+    recorder->onOutput(work, nullptr, nullptr);
+    recorder->onDestroy();
+    recorder.reset();
+    ASSERT_TRUE(TavroSessionRecorder::waitForWritersForTesting());
+
+    const Json rec = onlyRecording(dir.path());
+    const std::vector<Json> events = eventsOf(rec);
+    ASSERT_EQ(events.size(), 4u);
+    EXPECT_EQ(events[1]["format"],
+              Json::parse(R"({"mime": "video/avc", "name": "caf\u00e9 \ufffd!"})"));
+    EXPECT_EQ(events[2]["flags"], Json::parse(R"(["drop_frame"])"));
+    const std::string comment = rec["comment"];
+    for (const char* said :
+         {"native-window, rate", "not UTF-8", "output flags without a scenario name"}) {
+        EXPECT_NE(comment.find(said), std::string::npos) << said << " in " << comment;
+    }
+    EXPECT_NO_THROW(loadJson(rec));
 }
 
 }  // namespace
