@@ -166,6 +166,9 @@ cat >"$rules" <<'EOF'
 BM_TavroChannel_Steady30	BM_BareForward_Steady30	ratio<=2,added<1000,addallocs<=0
 BM_TavroChannel_Speed2x	BM_BareForward_Speed2x	ratio<=2,added<1000,addallocs<=0
 BM_TavroChannel_Speed2xDrops	BM_BareForward_Speed2xDrops	ratio<=2,added<1000,addallocs<=0
+BM_TavroChannel_Steady30_NoopAnalysis	BM_BareForward_Steady30_NoopAnalysis	added<=50,addallocs<=0
+BM_TavroChannel_Speed2x_NoopAnalysis	BM_BareForward_Speed2x_NoopAnalysis	added<=50,addallocs<=0
+BM_TavroChannel_Speed2xDrops_NoopAnalysis	BM_BareForward_Speed2xDrops_NoopAnalysis	added<=50,addallocs<=0
 BM_LogVerboseOff	BM_EmptyCall	ratio<=5,allocs<=0
 BM_LogDebugOff	BM_EmptyCall	ratio<=5,allocs<=0
 BM_LogGateOtherDefault	BM_EmptyCall	ratio<=5,allocs<=0

@@ -134,7 +134,7 @@ void TavroCCodec::onMessageReceived(const sp<AMessage>& msg) {
     if (what == kWhatConfigure) {
         sp<AMessage> format;
         if (mIsVideo.load() && msg->findMessage(kKeyFormat, &format)) {
-            std::lock_guard<std::mutex> lock(mBoostLock);
+            Mutex::Autolock lock(mBoostLock);
             mBoost.tids.push_back(static_cast<int32_t>(gettid()));
         }
         getBoostParams(msg);

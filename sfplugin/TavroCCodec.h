@@ -5,7 +5,8 @@
 //
 // Threads and locks: onMessageReceived runs on the codec's looper; the other operations on the
 // callers' threads; the callback bridges on the buffer path's threads. Lock order: the base's
-// state lock, then mBoostLock, never the reverse.
+// state lock, then mBoostLock, never the reverse. The locks are libutils' Mutex, whose annotations
+// let clang's -Wthread-safety check every GUARDED_BY field and REQUIRES method below.
 #pragma once
 
 #include <stdint.h>
@@ -14,7 +15,6 @@
 #include <atomic>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <C2Work.h>
@@ -23,6 +23,7 @@
 #include <media/stagefright/foundation/AMessage.h>
 #include <media/stagefright/foundation/AString.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 
@@ -71,7 +72,8 @@ enum class TavroBoostPhase : uint32_t {
 };
 constexpr uint32_t kBoostClusterSentBit = 8;
 
-// The boost state of one codec: everything here is guarded by TavroCCodec::mBoostLock.
+// The boost state of one codec: guarded as a whole by TavroCCodec::mBoostLock (the member holding
+// it is GUARDED_BY that lock, so every field access is checked).
 struct TavroBoostState {
     sp<TavroVideoBoost> service;                     // the video boost service client
     std::shared_ptr<TavroVideoBoostParams> request;  // the request built at configure
@@ -141,7 +143,8 @@ class TavroCCodec : public CCodec {
 
     // Each row of kConfigureSteps with its status and, when it changed nothing, why: the outcome
     // of the last configure, in the table's order. Empty before the first configure. Any thread.
-    std::vector<TavroConfigureStepResult> lastConfigureResults() const;
+    std::vector<TavroConfigureStepResult> lastConfigureResults() const
+            EXCLUDES(mConfigureResultsLock);
 
   protected:
     ~TavroCCodec() override;
@@ -156,25 +159,25 @@ class TavroCCodec : public CCodec {
     void postSelf(uint32_t what, int64_t delayUs);
     void updateAnalysis(const char* key, int64_t value);
     // Sends or releases the cluster part of the boost as the operating rate moves.
-    void checkOperatingRate();
-    void handleBoostApp(const sp<AMessage>& msg);
+    void checkOperatingRate() EXCLUDES(mBoostLock);
+    void handleBoostApp(const sp<AMessage>& msg) EXCLUDES(mBoostLock);
 
     // ---- Configure pipeline -----------------------------------------------------------------
     // What the steps may read, from the members and the calling thread.
     TavroConfigureContext configureContext() const;
     // Applies a step's hand-backs to the codec and to `ctx` for the steps after it.
-    void applyConfigureOut(TavroConfigureOut* out, TavroConfigureContext* ctx);
+    void applyConfigureOut(TavroConfigureOut* out, TavroConfigureContext* ctx) EXCLUDES(mBoostLock);
 
     // ---- Media boost client -------------------------------------------------------------------
-    void getBoostParams(const sp<AMessage>& msg);
-    bool initVideoBoostParams();
+    void getBoostParams(const sp<AMessage>& msg) EXCLUDES(mBoostLock);
+    bool initVideoBoostParams() EXCLUDES(mBoostLock);
     bool getMediaInfo(const sp<AMessage>& msg, TavroMediaInfo& info);
-    bool parseBoostInfo(const TavroMediaInfo& info);
+    bool parseBoostInfo(const TavroMediaInfo& info) EXCLUDES(mBoostLock);
     // Called with the base's state lock held.
-    void startMediaBoost();
-    void executeMediaBoost(uint32_t flags);
-    void executeMediaBoost_l(uint32_t flags);  // mBoostLock held
-    void boostAppKeyThread(const sp<AMessage>& params);
+    void startMediaBoost() EXCLUDES(mBoostLock);
+    void executeMediaBoost(uint32_t flags) EXCLUDES(mBoostLock);
+    void executeMediaBoost_l(uint32_t flags) REQUIRES(mBoostLock);
+    void boostAppKeyThread(const sp<AMessage>& params) EXCLUDES(mBoostLock);
 
     // ---- HDR detection ------------------------------------------------------------------------
     // With out-pointers, also hands back the infos it read from the first work's buffer.
@@ -210,8 +213,8 @@ class TavroCCodec : public CCodec {
     String8 mProcessName;
 
     // Lock order: the base's state lock, then mBoostLock; never the reverse.
-    std::mutex mBoostLock;
-    TavroBoostState mBoost;  // guarded by mBoostLock
+    Mutex mBoostLock;
+    TavroBoostState mBoost GUARDED_BY(mBoostLock);
     // The cluster half of the boost decision: replaced with std::atomic_store under mBoostLock;
     // the work-done bridge reads it without the lock through std::atomic_load.
     std::shared_ptr<TavroClusterInfo> mClusterInfo;
@@ -221,9 +224,10 @@ class TavroCCodec : public CCodec {
     std::atomic<bool> mOperatingRateRestored{false};  // set by the render bridge
     std::atomic<int32_t> mEncodedFrames{0};  // counted by the work-done bridge, read by cOpt
 
-    mutable std::mutex mConfigureResultsLock;
-    std::array<TavroConfigureStepResult, kConfigureStepCount> mConfigureResults;
-    bool mConfigured = false;  // guarded by mConfigureResultsLock
+    mutable Mutex mConfigureResultsLock;
+    std::array<TavroConfigureStepResult, kConfigureStepCount> mConfigureResults
+            GUARDED_BY(mConfigureResultsLock);
+    bool mConfigured GUARDED_BY(mConfigureResultsLock) = false;
 };
 
 }  // namespace android

@@ -17,6 +17,7 @@
 #include <utils/String8.h>
 #include <utils/Timers.h>
 
+#include "common/TavroClaim.h"
 #include "common/TavroLog.h"
 #include "sfplugin/TavroSessionRecorder.h"
 
@@ -71,7 +72,7 @@ status_t TavroCCodecBufferChannel::queueInputBuffer(const sp<MediaCodecBuffer>& 
         recorder->onInput(metaTimeUs(buffer),
                           buffer != nullptr ? static_cast<int32_t>(buffer->size()) : 0, false);
     }
-    if (!mFirstInputDone.exchange(true)) {
+    if (tavroClaimOnce(mFirstInputDone)) {
         if (mAnalysisFPS != nullptr) {
             sp<AMessage> msg = new AMessage();
             msg->setInt64(kKeyFirstInputTime, systemTime(SYSTEM_TIME_MONOTONIC));
@@ -118,7 +119,7 @@ status_t TavroCCodecBufferChannel::queueSecureInputBuffer(
         recorder->onInput(metaTimeUs(buffer),
                           buffer != nullptr ? static_cast<int32_t>(buffer->size()) : 0, true);
     }
-    if (!mFirstInputDone.exchange(true) && mAnalysisFPS != nullptr) {
+    if (tavroClaimOnce(mFirstInputDone) && mAnalysisFPS != nullptr) {
         sp<AMessage> msg = new AMessage();
         msg->setInt64(kKeyFirstInputTime, systemTime(SYSTEM_TIME_MONOTONIC));
         mAnalysisFPS->updateParameters(msg);
@@ -161,7 +162,7 @@ status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>
                        static_cast<uint64_t>(timestampNs / 1000000));
     }
     const status_t err = CCodecBufferChannel::renderOutputBuffer(buffer, timestampNs);
-    if (!mFirstFrameRendered.exchange(true) && mAnalysisFPS != nullptr) {
+    if (tavroClaimOnce(mFirstFrameRendered) && mAnalysisFPS != nullptr) {
         mAnalysisFPS->reportFirstFrameTime(systemTime(SYSTEM_TIME_MONOTONIC));
     }
     return err;
@@ -181,8 +182,10 @@ status_t TavroCCodecBufferChannel::discardBuffer(const sp<MediaCodecBuffer>& buf
 
 void TavroCCodecBufferChannel::flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) {
     TAVRO_LOGV(kTavroLogVerbose, "flush");
-    std::lock_guard<std::mutex> lock(mLock);
+    Mutex::Autolock lock(mLock);
     mDetector.clear();
+    // The platform flush is called with mLock held: emptying the history and dropping the
+    // platform's buffers are one step that no render or discard sample interleaves with.
     CCodecBufferChannel::flush(flushedWork);
 }
 
@@ -216,7 +219,7 @@ void TavroCCodecBufferChannel::onWorkDone(std::unique_ptr<C2Work> work,
 
     if (worklet != nullptr) scanWorkResults(*worklet);
 
-    if (worklet != nullptr && outFlags != kWorkFlagIncomplete && !mFirstOutputDone.exchange(true) &&
+    if (worklet != nullptr && outFlags != kWorkFlagIncomplete && tavroClaimOnce(mFirstOutputDone) &&
         mAnalysisFPS != nullptr) {
         sp<AMessage> msg = new AMessage();
         msg->setInt64(kKeyFirstOutputTime, systemTime(SYSTEM_TIME_MONOTONIC));
@@ -368,7 +371,7 @@ void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render)
     const uint64_t sys = monotonicMs();
     cRenderTimeInfo newest;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         mDetector.addSample(pts, render, sys);
         newest = mDetector.newest();
     }
@@ -378,7 +381,7 @@ void TavroCCodecBufferChannel::pushRenderTimeInfo(uint64_t pts, uint64_t render)
 bool TavroCCodecBufferChannel::isSpeedChanged() {
     TavroSpeedDecision d;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         d = mDetector.decideSpeed();
     }
     logSpeedDecision(d);
@@ -386,7 +389,7 @@ bool TavroCCodecBufferChannel::isSpeedChanged() {
 }
 
 bool TavroCCodecBufferChannel::isFileFpsChanged() {
-    std::lock_guard<std::mutex> lock(mLock);
+    Mutex::Autolock lock(mLock);
     return mDetector.checkFileFps();
 }
 
@@ -394,13 +397,13 @@ void TavroCCodecBufferChannel::setFFmode() {
     bool fileFpsChanged;
     float fileFps;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         fileFpsChanged = mDetector.checkFileFps();
         fileFps = mDetector.fileFps();
     }
     TavroSpeedDecision d;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         d = mDetector.decideSpeed();
     }
     logSpeedDecision(d);
@@ -414,7 +417,7 @@ void TavroCCodecBufferChannel::onRenderSample(uint64_t pts, uint64_t render) {
     TavroSpeedDecision d;
     cRenderTimeInfo newest;
     {
-        std::lock_guard<std::mutex> lock(mLock);
+        Mutex::Autolock lock(mLock);
         d = mDetector.onSample(pts, render, sys);
         newest = mDetector.newest();
     }
@@ -440,7 +443,7 @@ void TavroCCodecBufferChannel::actOnDecision(const TavroSpeedDecision& d) {
         if (scanTypeKnown) {
             uint32_t newFF;
             {
-                std::lock_guard<std::mutex> lock(mLock);
+                Mutex::Autolock lock(mLock);
                 newFF = mDetector.fastMode() ? 0 : 1;
                 mDetector.setFastMode(newFF != 0);
             }
@@ -454,7 +457,7 @@ void TavroCCodecBufferChannel::actOnDecision(const TavroSpeedDecision& d) {
         // The component refused the last write: the mode must not stay out of step with it.
         uint32_t mode;
         {
-            std::lock_guard<std::mutex> lock(mLock);
+            Mutex::Autolock lock(mLock);
             mode = mDetector.fastMode() ? 1 : 0;
         }
         mLastSetParamStatus.store(writeVendorParamU32(kVppModeParamIndex, mode),

@@ -6,8 +6,8 @@
 //
 // Threads: the platform calls the overrides from its input, render and work-completion threads,
 // which may overlap. mLock guards only the speed detector (the render-time history, the content
-// rate and the fast-forward mode) and is held across the platform flush; every other field is an
-// atomic written by the path named next to it.
+// rate and the fast-forward mode; GUARDED_BY, checked by clang's -Wthread-safety) and is held
+// across the platform flush; every other field is an atomic written by the path named next to it.
 #pragma once
 
 #include <stdint.h>
@@ -15,7 +15,6 @@
 #include <atomic>
 #include <list>
 #include <memory>
-#include <mutex>
 
 #include <C2Config.h>
 #include <C2Work.h>
@@ -24,6 +23,7 @@
 #include <media/MediaCodecBuffer.h>
 #include <media/stagefright/foundation/AMessage.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/RefBase.h>
 
 #include "sfplugin/TavroHdrInfo.h"
@@ -114,7 +114,7 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     // A dropped frame: counted, and with tracking on recorded with render time 0.
     status_t discardBuffer(const sp<MediaCodecBuffer>& buffer) override;
     // Empties the render-time history and flushes the platform, under mLock.
-    void flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) override;
+    void flush(const std::list<std::unique_ptr<C2Work>>& flushedWork) override EXCLUDES(mLock);
     // Work-completion thread. Counts the output, opens or closes the corrupt-data span (while a
     // feedback id is set), acts on the first stutter or super-resolution record of the work's
     // configUpdate, stamps the first output, then hands the work to the platform. Records are
@@ -149,27 +149,27 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     // tracking is on; render and discard paths only). `pts` and `render` in ms, render 0 for a
     // dropped frame; pts 0 empties the history first. Timestamps that do not advance restart the
     // history rather than produce a rate.
-    void pushRenderTimeInfo(uint64_t pts, uint64_t render);
+    void pushRenderTimeInfo(uint64_t pts, uint64_t render) EXCLUDES(mLock);
     // Writes FileFpsParam when the content rate moved by more than 1 fps, and flips VppModeParam
     // on a speed decision while the analysis object reports a non-zero scan type. A failed write
     // is retried (VppModeParam only) on every later call that sees no change.
-    void setFFmode();
+    void setFFmode() EXCLUDES(mLock);
     // The detector's speed test in the current mode (TavroSpeedDetector::decideSpeed). Logs the
     // ratios it walked when it returns true.
-    bool isSpeedChanged();
+    bool isSpeedChanged() EXCLUDES(mLock);
     // The detector's content-rate test: true (and the reported rate updated) when 11+ samples are
     // held and the newest content rate differs from the last one reported by more than 1 fps.
-    bool isFileFpsChanged();
+    bool isFileFpsChanged() EXCLUDES(mLock);
 
   private:
     // Render and discard paths: pushRenderTimeInfo then setFFmode under one hold of mLock.
-    void onRenderSample(uint64_t pts, uint64_t render);
+    void onRenderSample(uint64_t pts, uint64_t render) EXCLUDES(mLock);
     // Logs a speed decision that changed, as isSpeedChanged does.
     static void logSpeedDecision(const TavroSpeedDecision& d);
     // Logs the newest sample at the verbose level.
     static void logSample(const cRenderTimeInfo& s);
     // Steps 3 to 5 of setFFmode: writes what `d` decided, or retries a failed mode write.
-    void actOnDecision(const TavroSpeedDecision& d);
+    void actOnDecision(const TavroSpeedDecision& d) EXCLUDES(mLock);
     // Writes one 12-byte record; returns the platform status.
     status_t writeVendorParamU32(uint32_t index, uint32_t value);
     // "timeUs" of the buffer's meta in ms (or µs), 0 when absent.
@@ -182,8 +182,8 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     std::atomic<uint32_t> mHdrType{0};              // setHdrType (platform side)
     std::atomic<int64_t> mFeedbackID{0};            // codec: configure and destruction
     std::atomic<status_t> mLastSetParamStatus{OK};  // render and discard paths
-    std::mutex mLock;
-    TavroSpeedDetector mDetector;                  // guarded by mLock
+    Mutex mLock;
+    TavroSpeedDetector mDetector GUARDED_BY(mLock);
     std::atomic<bool> mFFModeStatus{false};        // codec, configure time
     std::atomic<int32_t> mVppWhiteListValue{0};    // codec, configure time
     std::atomic<bool> mDataCorrupt{false};         // work-completion path

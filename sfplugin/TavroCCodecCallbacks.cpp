@@ -10,6 +10,7 @@
 #include <tavro/TavroAnalysisFPS.h>
 #include <tavro/TavroFramework.h>
 
+#include "common/TavroClaim.h"
 #include "common/TavroLog.h"
 #include "sfplugin/TavroCCodec.h"
 #include "whitelist/TavroBoostInfo.h"
@@ -42,7 +43,7 @@ void CCodecCallbackImpl::onFirstTunnelFrameReady() {
 
 void TavroCCodecCallbackImpl::onQueueInputBuffer() {
     // Armed once: only the caller that flips the flag posts.
-    if (mCodec->mIsVideo.load() && !mCodec->mFpsCheckPosted.exchange(true)) {
+    if (mCodec->mIsVideo.load() && tavroClaimOnce(mCodec->mFpsCheckPosted)) {
         TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
         mCodec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }
@@ -58,7 +59,7 @@ void TavroCCodecCallbackImpl::onWorkDone(const sp<AMessage>& outputFormat) {
     std::shared_ptr<TavroClusterInfo> cluster = std::atomic_load(&mCodec->mClusterInfo);
     if (cluster && cluster->limitOpRate >= 1) {
         mCodec->mEncodedFrames.fetch_add(1);
-        if (!mCodec->mFpsCheckPosted.exchange(true)) {
+        if (tavroClaimOnce(mCodec->mFpsCheckPosted)) {
             mCodec->postSelf(kWhatCheckOperatingRate, kTavroCheckPeriodUs);
         }
     }
@@ -67,7 +68,7 @@ void TavroCCodecCallbackImpl::onWorkDone(const sp<AMessage>& outputFormat) {
 void TavroCCodecCallbackImpl::renderOutputBuffer(const sp<MediaCodecBuffer>& /*buffer*/,
                                                  int64_t /*timestampNs*/) {
     if (mCodec->mIsVideo.load() && mCodec->mRestoreOperatingRate.load() != 0 &&
-        !mCodec->mOperatingRateRestored.exchange(true)) {
+        tavroClaimOnce(mCodec->mOperatingRateRestored)) {
         mCodec->postSelf(kWhatResetOperatingRate, 0);
     }
 }
@@ -76,7 +77,7 @@ void TavroCodecCallbackImpl::onEmptyBuffer(int64_t timestamp) {
     sp<TavroCCodec> codec = mCodec.promote();
     if (codec == nullptr) return;
     if (codec->mProcessName == kProcessNoSurfaceAnalysis) return;
-    if (codec->mIsVideo.load() && !codec->mFpsCheckPosted.exchange(true)) {
+    if (codec->mIsVideo.load() && tavroClaimOnce(codec->mFpsCheckPosted)) {
         TAVRO_LOGV(kTavroLogVerbose, "post check fps message");
         codec->postSelf(kWhatCheckFps, kTavroCheckPeriodUs);
     }

@@ -65,7 +65,7 @@ void TavroCCodec::initiateConfigureComponent(const sp<AMessage>& msg) {
                    out.reason != nullptr ? out.reason : "");
     }
     {
-        std::lock_guard<std::mutex> lock(mConfigureResultsLock);
+        Mutex::Autolock lock(mConfigureResultsLock);
         mConfigureResults = results;
         mConfigured = true;
     }
@@ -116,13 +116,13 @@ void TavroCCodec::applyConfigureOut(TavroConfigureOut* out, TavroConfigureContex
         mRestoreOperatingRate.store(*out->restoreOperatingRate);
     }
     if (out->boostTids) {
-        std::lock_guard<std::mutex> lock(mBoostLock);
+        Mutex::Autolock lock(mBoostLock);
         mBoost.tids = std::move(*out->boostTids);
     }
 }
 
 std::vector<TavroConfigureStepResult> TavroCCodec::lastConfigureResults() const {
-    std::lock_guard<std::mutex> lock(mConfigureResultsLock);
+    Mutex::Autolock lock(mConfigureResultsLock);
     if (!mConfigured) return {};
     return std::vector<TavroConfigureStepResult>(mConfigureResults.begin(),
                                                  mConfigureResults.end());

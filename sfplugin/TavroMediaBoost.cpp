@@ -49,7 +49,7 @@ void TavroCCodec::handleBoostApp(const sp<AMessage>& msg) {
     TAVRO_LOGV(kTavroLogVerbose, "kWhatBoostApp, appThreads: %s", appThreads.c_str());
     // Handed over with the base's state lock and mBoostLock held, like every request that changes
     // what the service does for this codec: one at a time, never beside a start or a release.
-    std::lock_guard<std::mutex> boostLock(mBoostLock);
+    Mutex::Autolock boostLock(mBoostLock);
     if (mBoost.service != nullptr) mBoost.service->boostTask(task);
 }
 
@@ -58,7 +58,7 @@ void TavroCCodec::checkOperatingRate() {
     bool countFps = false;
     bool active = false;
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
+        Mutex::Autolock lock(mBoostLock);
         if (mBoost.phase == TavroBoostPhase::kUnavailable || mClusterInfo == nullptr) return;
         limit = mClusterInfo->limitOpRate;
         countFps = mClusterInfo->countFps;
@@ -98,7 +98,7 @@ bool TavroCCodec::initVideoBoostParams() {
     // The client lookup is the service's business, not ours to hold the lock over.
     sp<TavroVideoBoost> service = TavroVideoBoost::getInstance();
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
+        Mutex::Autolock lock(mBoostLock);
         mCountedFps.store(0);
         mBoost.phase = TavroBoostPhase::kUnavailable;
         mBoost.clusterSent = false;
@@ -124,7 +124,7 @@ void TavroCCodec::getBoostParams(const sp<AMessage>& msg) {
 
     const TavroVideoBoost* service = nullptr;
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
+        Mutex::Autolock lock(mBoostLock);
         if (mBoost.request->isEmpty()) return;  // no boost possible: the phase stays unavailable
         mBoost.phase = TavroBoostPhase::kArmed;
         service = mBoost.service.get();
@@ -185,7 +185,7 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
 
     std::vector<int32_t> boostTids;
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
+        Mutex::Autolock lock(mBoostLock);
         boostTids = mBoost.tids;
     }
     const int32_t pid = static_cast<int32_t>(getpid());
@@ -205,7 +205,7 @@ bool TavroCCodec::parseBoostInfo(const TavroMediaInfo& info) {
         }
     }
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
+        Mutex::Autolock lock(mBoostLock);
         mBoost.request = params;
         std::atomic_store(&mClusterInfo, cluster);
     }
@@ -223,7 +223,7 @@ void TavroCCodec::startMediaBoost() {
     int32_t limit = 0;
     bool countFps = false;
     {
-        std::lock_guard<std::mutex> lock(mBoostLock);
+        Mutex::Autolock lock(mBoostLock);
         if (mBoost.phase == TavroBoostPhase::kUnavailable || mClusterInfo == nullptr) return;
         countFps = mClusterInfo->countFps;
         limit = mClusterInfo->limitOpRate;
@@ -247,7 +247,7 @@ void TavroCCodec::startMediaBoost() {
 }
 
 void TavroCCodec::executeMediaBoost(uint32_t flags) {
-    std::lock_guard<std::mutex> lock(mBoostLock);
+    Mutex::Autolock lock(mBoostLock);
     executeMediaBoost_l(flags);
 }
 
@@ -309,7 +309,7 @@ void TavroCCodec::executeMediaBoost_l(uint32_t flags) {
 void TavroCCodec::boostAppKeyThread(const sp<AMessage>& params) {
     // The whole exchange runs under mBoostLock, the request to the service included: it must not
     // interleave with a start or a release of the same codec.
-    std::lock_guard<std::mutex> lock(mBoostLock);
+    Mutex::Autolock lock(mBoostLock);
     AString text;
     if (mBoost.service == nullptr || mBoost.request == nullptr || mBoost.request->sched < 1 ||
         !params->findString(kKeyTavroBoostInfo, &text)) {

@@ -20,7 +20,7 @@ void walk(TavroSpeedDecision* d, const cRenderTimeInfo& s) {
 
 void TavroSpeedDetector::push(uint64_t ptsMs, uint64_t renderMs, uint64_t sysMs) {
     if (mCount >= T::kHistorySize) {
-        mHead = (mHead + 1) % T::kHistorySize;
+        mHead = wrap(mHead + 1);
         --mCount;
     }
     cRenderTimeInfo& sample = at(mCount);

@@ -113,9 +113,11 @@ class TavroSpeedDetector {
     float fileFps() const { return mFileFps; }
 
   private:
-    // Index 0 is the oldest sample held.
-    cRenderTimeInfo& at(size_t i) { return mSamples[(mHead + i) % T::kHistorySize]; }
-    const cRenderTimeInfo& at(size_t i) const { return mSamples[(mHead + i) % T::kHistorySize]; }
+    // Index 0 is the oldest sample held; i < kHistorySize. Both terms are below the ring's size,
+    // so one subtraction wraps the sum: no division on the per-frame path.
+    static size_t wrap(size_t i) { return i >= T::kHistorySize ? i - T::kHistorySize : i; }
+    cRenderTimeInfo& at(size_t i) { return mSamples[wrap(mHead + i)]; }
+    const cRenderTimeInfo& at(size_t i) const { return mSamples[wrap(mHead + i)]; }
     void push(uint64_t ptsMs, uint64_t renderMs, uint64_t sysMs);
 
     // A fixed ring holding the newest kHistorySize samples, so that a frame never allocates.

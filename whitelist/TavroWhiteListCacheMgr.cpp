@@ -86,11 +86,11 @@ void tapCachedMediaserverMap(
 
 }  // namespace
 
-std::mutex TavroWhiteListCacheMgr::sInstanceLock;
+Mutex TavroWhiteListCacheMgr::sInstanceLock;
 TavroWhiteListCacheMgr* TavroWhiteListCacheMgr::sInstance = nullptr;
 
 TavroWhiteListCacheMgr* TavroWhiteListCacheMgr::getInstance() {
-    std::lock_guard<std::mutex> guard(sInstanceLock);
+    Mutex::Autolock guard(sInstanceLock);
     if (sInstance == nullptr) sInstance = new TavroWhiteListCacheMgr();
     return sInstance;
 }
@@ -159,7 +159,7 @@ void TavroWhiteListCacheMgr::getBoostInfo(int32_t pid, const TavroMediaInfo& med
 // ---- Cache -----------------------------------------------------------------------------------
 
 bool TavroWhiteListCacheMgr::init() {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     if (mInitStatus != OK) {
         if (!getPlatformInfo() || !getProcNameByPid(static_cast<int32_t>(getpid()), procName)) {
             return false;
@@ -268,7 +268,7 @@ bool TavroWhiteListCacheMgr::checkCacheIsNeedUpdate(const BoostInfoPtr& entry) c
 
 TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getProcBoostInfo(
         std::string* rejected) {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     BoostInfoPtr& slot = mCache->procBoostInfo;
     if (slot == nullptr) slot = std::make_shared<MediaBoostInfo>();
     if (!checkCacheIsNeedUpdate(slot)) {
@@ -279,6 +279,8 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getProcBoostInfo(
         return slot;
     }
 
+    // Asked with mLock held: a codec of this process that arrives meanwhile waits, then finds the
+    // refreshed entry instead of asking again.
     char buffer[kBoostInfoBufferSize] = {};
     const bool ret = ListServiceUtils::getInstance()->getListValueByUid(
             kListMediaSchedBoost, static_cast<int64_t>(getuid()), buffer, sizeof(buffer));
@@ -320,13 +322,13 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getActivityBoostInf
         entry = std::make_shared<MediaBoostInfo>();
         own = !byName;
         if (byName) {
-            std::lock_guard<std::mutex> guard(mLock);
+            Mutex::Autolock guard(mLock);
             mCache->activityMap[name] = entry;
             TAVRO_LOGV(kCacheLogLevel, kLogActivityMapSize, mCache->activityMap.size());
         }
     }
 
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     if (!checkCacheIsNeedUpdate(entry)) {
         TAVRO_LOGV(kCacheLogLevel, kLogActivityCacheValid, name.c_str());
         printMediaBoostInfo(entry);
@@ -336,6 +338,7 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getActivityBoostInf
         return entry;
     }
 
+    // Asked with mLock held, as the process entry is: no two refreshes of the cache overlap.
     char buffer[kBoostInfoBufferSize] = {};
     ListServiceUtils* service = ListServiceUtils::getInstance();
     const bool ret = byName ? service->getListValueByName(kListMediaserverBoost, name.c_str(),
@@ -374,7 +377,7 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getActivityBoostInf
 TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::findActivityBoostInfo(
         const std::string& name) {
     if (name.empty()) return nullptr;
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     auto it = mCache->activityMap.find(name);
     if (it == mCache->activityMap.end()) return nullptr;
     const std::string& info = it->second != nullptr ? it->second->boostStrInfo : std::string();
@@ -397,7 +400,7 @@ std::string TavroWhiteListCacheMgr::getMediaserverBoostList() {
 
 void TavroWhiteListCacheMgr::checkMediaserverBoostInfo(std::vector<std::string>* rejected) {
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         // The whole map is as fresh as its first entry: it is always rebuilt as a whole.
         BoostInfoPtr first;
         for (const auto& [key, entry] : mCache->activityMap) {
@@ -417,7 +420,7 @@ void TavroWhiteListCacheMgr::checkMediaserverBoostInfo(std::vector<std::string>*
 
     const std::string list = getMediaserverBoostList();
     if (list.empty()) {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         if (mCache->activityMap.empty()) {
             // Keeps the map from reading as never loaded when the service lists no names.
             BoostInfoPtr placeholder = std::make_shared<MediaBoostInfo>();
@@ -436,7 +439,7 @@ void TavroWhiteListCacheMgr::checkMediaserverBoostInfo(std::vector<std::string>*
         if (!bad.empty() && rejected != nullptr) rejected->push_back(bad);
     }
 
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     TAVRO_LOGV(kCacheLogLevel, kLogValidMediaserverNumber, mCache->activityMap.size());
 }
 
@@ -455,7 +458,7 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getMediaserverBoost
 
     // Generic entries: keys beginning with '#' sort together, so the walk in key order starts at
     // the first of them and ends after the last.
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     const std::string prefix(1, kGenericEntryPrefix);
     for (auto it = mCache->activityMap.lower_bound(prefix);
          it != mCache->activityMap.end() && !it->first.empty() &&
@@ -477,7 +480,7 @@ void TavroWhiteListCacheMgr::setClockForTesting(std::function<Clock::time_point(
 }
 
 void TavroWhiteListCacheMgr::resetForTesting() {
-    std::lock_guard<std::mutex> guard(mLock);
+    Mutex::Autolock guard(mLock);
     mCache = std::make_shared<WhiteListCache>();
     mInitStatus = NO_INIT;
     mPlatform = TavroPlatformInfo();

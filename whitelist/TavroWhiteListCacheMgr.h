@@ -16,10 +16,12 @@
 //    default for the scheduling half, the top activity's entry of "venc-cpu-boost" /
 //    "vdec-cpu-boost" for the cluster half (video only).
 //
-// Locking: one plain mutex, mLock, guards mCache (the map and the process entry). The list-service
-// queries for one entry are made with it held; the name-list fetch of the mediaserver refresh is
-// not. Cached entries are never changed once stored: a refresh stores a new entry in place of the
-// old, so an entry handed out stays alive and unchanged while the caller reads it without the lock.
+// Locking: one plain mutex, mLock (libutils' Mutex, so clang's -Wthread-safety checks its
+// GUARDED_BY fields and REQUIRES methods), guards mCache (the map and the process entry). The
+// list-service queries for one entry are made with it held; the name-list fetch of the mediaserver
+// refresh is not. Cached entries are never changed once stored: a refresh stores a new entry in
+// place of the old, so an entry handed out stays alive and unchanged while the caller reads it
+// without the lock.
 //
 // Strict "schedVideo"/"schedAudio" values: these two keys must hold a base-10 number. A string
 // whose value is not one is rejected: parseBoostInfo reports false, the manager stores the entry
@@ -35,11 +37,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 
 #include "whitelist/TavroBoostCondition.h"
 #include "whitelist/TavroBoostInfo.h"
@@ -123,31 +125,31 @@ class TavroWhiteListCacheMgr {
     // (or when init fails: "Failed to init cache" at error priority) they keep what the caller
     // put in them. Any thread. Reads /proc and may query the list service with mLock held.
     void getBoostInfo(int32_t pid, const TavroMediaInfo& media, TavroUxInfo& ux,
-                      TavroClusterInfo& cluster);
+                      TavroClusterInfo& cluster) EXCLUDES(mLock);
     // The codec keeps its cluster half as a shared record: this fills the pointed-to record in
     // place (a null pointer first gets a fresh record, so it can always be dereferenced after the
     // call). The caller owns the record's synchronisation.
     void getBoostInfo(int32_t pid, const TavroMediaInfo& media, TavroUxInfo& ux,
-                      std::shared_ptr<TavroClusterInfo>& cluster);
+                      std::shared_ptr<TavroClusterInfo>& cluster) EXCLUDES(mLock);
 
     // ---- Cache operations (any thread) ----------------------------------------------------------
 
     // Reads the platform triple and the own process name and builds the cache with its defaults,
     // once. False while either probe fails; every later call tries again until one succeeds.
-    bool init();
+    bool init() EXCLUDES(mLock);
     // A private entry parsed from property `name`; null when the property is empty. A rejected
     // string gives an entry with an empty string and is reported in `*rejected`.
     BoostInfoPtr loadDebugInfo(const std::string& name, std::string* rejected = nullptr);
     // The own process's entry (app scenario): cached, refreshed from "media-sched-boost" by the
     // own uid when stale. Null when there is no usable string.
-    BoostInfoPtr getProcBoostInfo(std::string* rejected = nullptr);
+    BoostInfoPtr getProcBoostInfo(std::string* rejected = nullptr) EXCLUDES(mLock);
     // The entry of activity/app `name` from "mediaserver-boost" (`byName`, stored in the map), or
     // of the own process's top activity from "venc-cpu-boost"/"vdec-cpu-boost" (not `byName`,
     // never stored, so asked at every call). Null when the service has no answer.
     BoostInfoPtr getActivityBoostInfo(const std::string& name, bool isEncoder, bool byName,
-                                      std::string* rejected = nullptr);
+                                      std::string* rejected = nullptr) EXCLUDES(mLock);
     // Exact lookup in the activity map; null for an empty or unknown name.
-    BoostInfoPtr findActivityBoostInfo(const std::string& name);
+    BoostInfoPtr findActivityBoostInfo(const std::string& name) EXCLUDES(mLock);
     // True when `entry` must be asked for again: never asked, timed out, or answered empty (a
     // default that the service could not replace is kept until it times out). False for null.
     bool checkCacheIsNeedUpdate(const BoostInfoPtr& entry) const;
@@ -158,10 +160,10 @@ class TavroWhiteListCacheMgr {
     // Mediaserver refresh: when the first map entry (in key order) needs an update, drops the map,
     // reloads the defaults and asks the service for every listed name. Rejected strings are
     // appended to `*rejected`.
-    void checkMediaserverBoostInfo(std::vector<std::string>* rejected = nullptr);
+    void checkMediaserverBoostInfo(std::vector<std::string>* rejected = nullptr) EXCLUDES(mLock);
     // The entry for client process `pid` by its name, else the first fitting '#' entry; null
     // when none fits `media`.
-    BoostInfoPtr getMediaserverBoostInfo(int32_t pid, const TavroMediaInfo& media);
+    BoostInfoPtr getMediaserverBoostInfo(int32_t pid, const TavroMediaInfo& media) EXCLUDES(mLock);
 
     // ---- Platform
     // ---------------------------------------------------------------------------------
@@ -181,7 +183,7 @@ class TavroWhiteListCacheMgr {
     void setClockForTesting(std::function<Clock::time_point()> clock);
     // Forgets everything: an empty cache, init status back to NO_INIT, empty platform triple and
     // process name. The clock hook is kept. Not to be called while other threads use the manager.
-    void resetForTesting();
+    void resetForTesting() EXCLUDES(mLock);
 
   private:
     struct WhiteListCache {
@@ -195,8 +197,8 @@ class TavroWhiteListCacheMgr {
 
     Clock::time_point now() const;
     bool isMediaserver() const;
-    // Stores the built-in defaults of the current scenario. REQUIRES(mLock).
-    void loadDefaultBoostInfo_l();
+    // Stores the built-in defaults of the current scenario.
+    void loadDefaultBoostInfo_l() REQUIRES(mLock);
     // A new entry that keeps the cache fields of `from` (or a fresh one for null).
     static BoostInfoPtr copyEntry(const BoostInfoPtr& from);
     // Sets boostStrInfo and parses `answer` into `entry`; on a rejected string the entry is left
@@ -204,16 +206,16 @@ class TavroWhiteListCacheMgr {
     static void applyAnswer(const BoostInfoPtr& entry, const std::string& answer,
                             std::string* rejected);
 
-    static std::mutex sInstanceLock;
-    static TavroWhiteListCacheMgr* sInstance;
+    static Mutex sInstanceLock;
+    static TavroWhiteListCacheMgr* sInstance GUARDED_BY(sInstanceLock);
 
     // Platform triple and own process name: written by init under mLock (or by getPlatformInfo
     // called directly), read without the lock once init has succeeded.
     TavroPlatformInfo mPlatform;
-    std::mutex mLock;
+    Mutex mLock;
     std::string procName;
-    std::shared_ptr<WhiteListCache> mCache;     // GUARDED_BY(mLock)
-    status_t mInitStatus = NO_INIT;             // GUARDED_BY(mLock)
+    std::shared_ptr<WhiteListCache> mCache GUARDED_BY(mLock);
+    status_t mInitStatus GUARDED_BY(mLock) = NO_INIT;
     std::function<Clock::time_point()> mClock;  // empty: the real steady clock
 };
 

@@ -81,7 +81,7 @@ TEST(TavroSimMainTest, EveryBadInputIsOneLineWithStatusTwo) {
             {"unknown kind",
              {"--only", "boost,boots", "x.json"},
              "",
-             "tavro-sim: --only: boots not in {step,format,param,boost,unboost,task_boost,"
+             "tavro-sim: --only: boots not in {step,format,declined,param,boost,unboost,task_boost,"
              "feedback,stat,analysis,pelto,callback,platform,timer,log,unused,summary} (see "
              "--help)"},
             {"absent file",
@@ -204,8 +204,8 @@ TEST(TavroSimMainTest, OptionsShapeTheStreamedTrace) {
         seen.insert(j["kind"]);
     }
     EXPECT_EQ(lines(json).size(), lines(first).size());
-    EXPECT_EQ(seen, (std::set<std::string>{"step", "format", "param", "boost", "unboost",
-                                           "task_boost", "feedback", "analysis", "pelto",
+    EXPECT_EQ(seen, (std::set<std::string>{"step", "format", "declined", "param", "boost",
+                                           "unboost", "task_boost", "feedback", "analysis", "pelto",
                                            "callback", "platform", "timer"}));
 
     std::string out;
@@ -214,7 +214,8 @@ TEST(TavroSimMainTest, OptionsShapeTheStreamedTrace) {
                 ::testing::ElementsAre(
                         StartsWith("[    0.000] boost      sched=2 needVendorBoost=0"),
                         "[    5.033] unboost    flags=0x20 (cluster part)",
-                        "[    9.033] summary    counts: step 20, format 6, param 4, boost 1, "
+                        "[    9.033] summary    counts: step 20, format 6, declined 12, param 4, "
+                        "boost 1, "
                         "unboost 1, task_boost 1, feedback 6, analysis 291, pelto 1, callback 5, "
                         "platform 1, timer 10",
                         "[    9.033] summary    boosts: sent 1, released 1, task_boosts 1",

@@ -109,6 +109,36 @@ TEST(TavroScenarioPlayerTest, BoostMessagesNeverReachThePlatform) {
     EXPECT_EQ(format[1].fields["value"], 2);
 }
 
+// Steps that changed nothing come from the codec's record of each step, one line per reason:
+// a decoder's encoder steps share one line, an encoder's rate control says what it lacked.
+TEST(TavroScenarioPlayerTest, DeclinedStepsSayWhy) {
+    const char* kFormat = R"({"mime": "video/avc", %s"width": 1280, "height": 720})";
+    for (const bool encoder : {false, true}) {
+        SCOPED_TRACE(encoder ? "encoder" : "decoder");
+        char format[160];
+        snprintf(format, sizeof(format), kFormat, encoder ? R"("encoder": 1, )" : "");
+        const TavroTrace trace = play(kApp, std::string(R"("component": "c2.qti.avc.)") +
+                                                    (encoder ? "encoder" : "decoder") +
+                                                    R"(", "events": [{"event": "allocate"},
+                {"event": "configure", "format": )" +
+                                                    format + "}]");
+        const std::vector<std::string> declined = texts(trace, "declined");
+        if (encoder) {
+            EXPECT_THAT(declined, Contains("setGopAndBitrate: no change: the format has no "
+                                           "min-qp-value or max-qp-value (status -2147483648)"));
+        } else {
+            EXPECT_THAT(declined, Contains(::testing::StartsWith(
+                                          "configureBitrateMode, configureOutputDelay, "
+                                          "setGopAndBitrate, setBFrame, setUsageFlag, "
+                                          "configEncoderQpRange: no change: not a video encoder")));
+        }
+        const std::vector<TavroTraceEntry> entries = trace.ofKind("declined");
+        ASSERT_FALSE(entries.empty());
+        EXPECT_TRUE(entries[0].fields["steps"].is_array());
+        EXPECT_TRUE(entries[0].fields["status"].is_number_integer());
+    }
+}
+
 TEST(TavroScenarioPlayerTest, LogLinesOnlyWithALogLevel) {
     const std::string scenario =
             R"("component": "c2.qti.avc.decoder", "events": [{"event": "flush"}])";

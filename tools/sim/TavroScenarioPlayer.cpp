@@ -428,6 +428,27 @@ class Player {
         return true;
     }
 
+    // The configure steps that changed nothing, one line per reason and status, in the order
+    // their first step ran: the codec keeps each step's outcome, so nothing is read from logs.
+    void traceDeclinedSteps() {
+        std::vector<Json> lines;
+        for (const TavroConfigureStepResult& r : mCodec->lastConfigureResults()) {
+            if (r.reason == nullptr) continue;
+            auto same = std::find_if(lines.begin(), lines.end(), [&](const Json& line) {
+                return line["reason"] == r.reason && line["status"] == r.status;
+            });
+            if (same == lines.end()) {
+                Json line;
+                line["steps"] = Json::array();
+                line["reason"] = r.reason;
+                line["status"] = r.status;
+                same = lines.insert(lines.end(), std::move(line));
+            }
+            (*same)["steps"].push_back(r.name);
+        }
+        for (Json& line : lines) mTaps->add("declined", std::move(line));
+    }
+
     sp<MediaCodecBuffer> frameBuffer(int64_t ptsUs, int32_t bytes) const {
         sp<MediaCodecBuffer> buffer =
                 new MediaCodecBuffer(new AMessage(), new ABuffer(static_cast<size_t>(bytes)));
@@ -512,6 +533,7 @@ class Player {
                 sp<AMessage> format = buildMessage(e.format);
                 callAndDiff("configure", "initiateConfigureComponent", format,
                             [&] { mCodec->initiateConfigureComponent(format); });
+                traceDeclinedSteps();
                 runPending();
                 return;
             }

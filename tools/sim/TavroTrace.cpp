@@ -36,9 +36,9 @@ bool sameEntry(const TavroTraceEntry& a, const TavroTraceEntry& b) {
 
 const std::vector<std::string>& tavroTraceKinds() {
     static const std::vector<std::string> kKinds = {
-            "step",     "format", "param",    "boost",  "unboost",  "task_boost",
-            "feedback", "stat",   "analysis", "pelto",  "callback", "platform",
-            "timer",    "log",    "unused",   "summary"};
+            "step",       "format",   "declined", "param",    "boost",  "unboost",
+            "task_boost", "feedback", "stat",     "analysis", "pelto",  "callback",
+            "platform",   "timer",    "log",      "unused",   "summary"};
     return kKinds;
 }
 

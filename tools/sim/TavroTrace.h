@@ -22,8 +22,9 @@
 namespace android {
 
 struct TavroTraceEntry {
-    // "step" (a scenario event), "format", "param", "boost", "unboost", "task_boost", "feedback",
-    // "stat", "analysis", "pelto", "callback", "platform", "timer", "log", "unused", "summary".
+    // "step" (a scenario event), "format", "declined", "param", "boost", "unboost", "task_boost",
+    // "feedback", "stat", "analysis", "pelto", "callback", "platform", "timer", "log", "unused",
+    // "summary".
     std::string kind;
     int64_t timeUs = 0;      // since the start of the scenario, on the simulated clock
     int64_t lastTimeUs = 0;  // time of the last merged repeat

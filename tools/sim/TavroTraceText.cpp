@@ -209,6 +209,14 @@ std::string callText(const Json& f) {
     return text;
 }
 
+std::string declinedText(const Json& f) {
+    std::string steps;
+    for (const Json& s : get(f, "steps")) steps += (steps.empty() ? "" : ", ") + plain(s);
+    std::string text = steps + ": " + str(f, "reason");
+    if (num(f, "status") != 0) text += " (status " + str(f, "status") + ")";
+    return text;
+}
+
 std::string unusedText(const Json& f) {
     if (str(f, "what") == "property") return "property " + str(f, "name") + ": set, never read";
     std::string text = "list " + str(f, "list") + ": entry by " + str(f, "key") + " " +
@@ -288,6 +296,7 @@ std::string tavroTraceText(const TavroTraceEntry& entry) {
     }
     if (kind == "timer") return str(f, "name") + " (" + str(f, "what") + ")";
     if (kind == "log") return str(f, "priority") + "/" + str(f, "tag") + ": " + str(f, "message");
+    if (kind == "declined") return declinedText(f);
     if (kind == "unused") return unusedText(f);
     if (kind == "summary") return summaryText(f);
     return callText(f);  // feedback, stat, analysis, pelto, callback, platform
