@@ -12,12 +12,28 @@
 // counting every call) becomes one whose per-frame calls do nothing, and the bare side makes the
 // same per-frame calls into it that the channel makes by design. Their difference is the cost of
 // this library alone, held to 50 ns per frame.
+//
+// Session recording: every row above runs with it off, its per-frame hook included (one relaxed
+// load of a null pointer). The *_Recording rows turn it on (into a scratch directory, cap lifted so
+// that every frame is kept, producers waiting for the writer rather than dropping frames) and feed
+// each finished work to the recorder as the codec does. Their time is the frame path's own; the
+// background writer's CPU time per frame is the "writer_ns" counter. The recording's off cost on
+// its own: BM_FrameRecordHookOff is the hook a frame site runs with recording off (a relaxed load
+// of the null recorder, then nothing), next to BM_FrameLogGateOff, the cached gate of a closed
+// verbose log line that the same sites already pay; it must cost no more.
+#define LOG_NDEBUG 0  // the verbose line below is compiled in, as the library's sites are
 #include <benchmark/benchmark.h>
 
 #include <stdint.h>
+#include <stdlib.h>
+#include <time.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <filesystem>
 #include <list>
 #include <memory>
+#include <string>
 
 #include <C2Work.h>
 #include <codec2/sfplugin/CCodecBufferChannel.h>
@@ -32,7 +48,9 @@
 #include <media/stagefright/foundation/AMessage.h>
 #include <tavro/TavroAnalysisFPS.h>
 
+#include "common/TavroLog.h"
 #include "sfplugin/TavroCCodecBufferChannel.h"
+#include "sfplugin/TavroSessionRecorder.h"
 #include "support/AllocCounter.h"
 
 namespace android {
@@ -81,9 +99,10 @@ enum class Side { kBare, kTavro };
 class FramePump {
   public:
     FramePump(CCodecBufferChannel* channel, const Clip& clip,
-              const sp<TavroAnalysisFPS>& bareAnalysis)
+              const sp<TavroAnalysisFPS>& bareAnalysis, TavroSessionRecorder* recorder)
         : mChannel(channel),
           mBareAnalysis(bareAnalysis),
+          mRecorder(recorder),
           mClip(clip),
           mPtsStepUs(1e6 / clip.fps),
           mDisplayStepNs(1e9 / clip.fps / clip.speed) {
@@ -108,6 +127,7 @@ class FramePump {
         work->input.ordinal.frameIndex = c2_cntr64_t(mIndex);
         work->worklets.push_back(std::make_unique<C2Worklet>());
         work->worklets.front()->output.ordinal.frameIndex = c2_cntr64_t(mIndex);
+        if (mRecorder != nullptr) mRecorder->onOutput(*work, nullptr, nullptr);
         mChannel->onWorkDone(std::move(work), mFormat, nullptr);
 
         mOutput->meta()->setInt64("timeUs", static_cast<int64_t>(mPtsUs));
@@ -124,6 +144,7 @@ class FramePump {
   private:
     CCodecBufferChannel* mChannel;
     sp<TavroAnalysisFPS> mBareAnalysis;
+    TavroSessionRecorder* mRecorder;
     Clip mClip;
     double mPtsStepUs;
     double mDisplayStepNs;
@@ -145,8 +166,32 @@ void quietHost() {
     host::HostClock::useManual();
 }
 
-void run(benchmark::State& state, const Clip& clip, Side side, bool noopAnalysis) {
+int64_t cpuNs(clockid_t clock) {
+    timespec t{};
+    clock_gettime(clock, &t);
+    return static_cast<int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+void run(benchmark::State& state, const Clip& clip, Side side, bool noopAnalysis,
+         bool recording = false) {
     quietHost();
+    std::string dir;
+    std::shared_ptr<TavroSessionRecorder> recorder;
+    if (recording) {
+        char templ[] = "/tmp/tavro-bench-record-XXXXXX";
+        if (mkdtemp(templ) == nullptr) {
+            state.SkipWithError("no scratch directory");
+            return;
+        }
+        dir = templ;
+        TavroSessionRecorder::setLosslessForTesting(true);
+        recorder = TavroSessionRecorder::create(dir, int64_t{1} << 40);
+        if (recorder == nullptr) {
+            state.SkipWithError("recorder refused the scratch directory");
+            return;
+        }
+        recorder->onAllocate("c2.bench.decoder");
+    }
     auto baseCallback = std::make_shared<NullCodecCallback>();
     std::shared_ptr<CCodecBufferChannel> channel;
     sp<TavroAnalysisFPS> analysis = noopAnalysis ? new NoopAnalysisFPS() : new TavroAnalysisFPS();
@@ -156,23 +201,42 @@ void run(benchmark::State& state, const Clip& clip, Side side, bool noopAnalysis
                 baseCallback, std::make_shared<NullTavroCallback>(), analysis);
         tavroChannel->cheekFFModeStatus(true, 0);
         tavroChannel->setFeedbackId(1);
+        if (recorder != nullptr) tavroChannel->setSessionRecorder(recorder);
         channel = tavroChannel;
     } else {
         channel = std::make_shared<CCodecBufferChannel>(baseCallback);
     }
     FramePump pump(channel.get(), clip,
-                   side == Side::kBare && noopAnalysis ? analysis : sp<TavroAnalysisFPS>());
+                   side == Side::kBare && noopAnalysis ? analysis : sp<TavroAnalysisFPS>(),
+                   recorder.get());
     for (int i = 0; i < kWarmupFrames; ++i) pump.frame();
 
     const uint64_t paramsBefore = channel->countersForTesting().setParameters;
     const uint64_t before = tavro_bench::allocationCount();
+    const int64_t processBefore = cpuNs(CLOCK_PROCESS_CPUTIME_ID);
+    const int64_t threadBefore = cpuNs(CLOCK_THREAD_CPUTIME_ID);
     for (auto _ : state) pump.frame();
     const double frames = static_cast<double>(state.iterations());
+    // Allocations are counted process-wide: with recording on they include the writer's.
     const double allocations = static_cast<double>(tavro_bench::allocationCount() - before);
     state.counters["allocs/frame"] = benchmark::Counter(allocations / frames);
     state.counters["param_writes"] = benchmark::Counter(
             static_cast<double>(channel->countersForTesting().setParameters - paramsBefore));
     state.SetItemsProcessed(state.iterations());
+    if (recorder != nullptr) {
+        recorder->onDestroy();
+        channel.reset();
+        recorder.reset();
+        TavroSessionRecorder::waitForWritersForTesting();
+        // The writer's CPU time from the first timed frame until the file is finished: every
+        // process thread but this one.
+        const int64_t others = (cpuNs(CLOCK_PROCESS_CPUTIME_ID) - processBefore) -
+                               (cpuNs(CLOCK_THREAD_CPUTIME_ID) - threadBefore);
+        state.counters["writer_ns"] = benchmark::Counter(static_cast<double>(others) / frames);
+        TavroSessionRecorder::setLosslessForTesting(false);
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    }
     host::HostClock::useReal();
 }
 
@@ -197,6 +261,49 @@ TAVRO_FRAME_ROWS(Speed2xDrops, kDoubleWithDrops, false)
 TAVRO_FRAME_ROWS(Steady30_NoopAnalysis, kSteady30, true)
 TAVRO_FRAME_ROWS(Speed2x_NoopAnalysis, kDouble, true)
 TAVRO_FRAME_ROWS(Speed2xDrops_NoopAnalysis, kDoubleWithDrops, true)
+
+void BM_TavroChannel_Steady30_Recording(benchmark::State& state) {
+    run(state, kSteady30, Side::kTavro, false, true);
+}
+void BM_TavroChannel_Steady30_NoopAnalysis_Recording(benchmark::State& state) {
+    run(state, kSteady30, Side::kTavro, true, true);
+}
+BENCHMARK(BM_TavroChannel_Steady30_Recording);
+BENCHMARK(BM_TavroChannel_Steady30_NoopAnalysis_Recording);
+
+// The off hooks alone. ClobberMemory makes each iteration load again, as each frame does.
+void BM_FrameLogGateOff(benchmark::State& state) {
+    quietHost();
+    int64_t pts = 0;
+    tavroLogLevel("0");
+    const uint64_t before = tavro_bench::allocationCount();
+    for (auto _ : state) {
+        TAVRO_LOGV(6, "input pts %lld", static_cast<long long>(++pts));
+        benchmark::ClobberMemory();
+    }
+    state.counters["allocs/op"] =
+            benchmark::Counter(static_cast<double>(tavro_bench::allocationCount() - before) /
+                               static_cast<double>(state.iterations()));
+}
+BENCHMARK(BM_FrameLogGateOff);
+
+void BM_FrameRecordHookOff(benchmark::State& state) {
+    quietHost();
+    std::atomic<TavroSessionRecorder*> recorder{nullptr};
+    int64_t pts = 0;
+    const uint64_t before = tavro_bench::allocationCount();
+    for (auto _ : state) {
+        ++pts;
+        if (TavroSessionRecorder* r = recorder.load(std::memory_order_relaxed)) {
+            r->onInput(pts, 4096, false);
+        }
+        benchmark::ClobberMemory();
+    }
+    state.counters["allocs/op"] =
+            benchmark::Counter(static_cast<double>(tavro_bench::allocationCount() - before) /
+                               static_cast<double>(state.iterations()));
+}
+BENCHMARK(BM_FrameRecordHookOff);
 
 }  // namespace
 }  // namespace android

@@ -169,6 +169,9 @@ BM_TavroChannel_Speed2xDrops	BM_BareForward_Speed2xDrops	ratio<=2,added<1000,add
 BM_TavroChannel_Steady30_NoopAnalysis	BM_BareForward_Steady30_NoopAnalysis	added<=50,addallocs<=0
 BM_TavroChannel_Speed2x_NoopAnalysis	BM_BareForward_Speed2x_NoopAnalysis	added<=50,addallocs<=0
 BM_TavroChannel_Speed2xDrops_NoopAnalysis	BM_BareForward_Speed2xDrops_NoopAnalysis	added<=50,addallocs<=0
+BM_TavroChannel_Steady30_Recording	BM_TavroChannel_Steady30	info
+BM_TavroChannel_Steady30_NoopAnalysis_Recording	BM_TavroChannel_Steady30_NoopAnalysis	info
+BM_FrameRecordHookOff	BM_FrameLogGateOff	ratio<=1,allocs<=0
 BM_LogVerboseOff	BM_EmptyCall	ratio<=5,allocs<=0
 BM_LogDebugOff	BM_EmptyCall	ratio<=5,allocs<=0
 BM_LogGateOtherDefault	BM_EmptyCall	ratio<=5,allocs<=0

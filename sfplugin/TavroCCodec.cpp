@@ -19,9 +19,11 @@
 
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
+#include "common/TavroRecordTap.h"
 #include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroCCodecCallbacks.h"
 #include "sfplugin/TavroConfigureHelpers.h"
+#include "sfplugin/TavroSessionRecorder.h"
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "whitelist/TavroBoostInfo.h"
 
@@ -38,17 +40,19 @@ String8 decimal(int64_t value) {
 
 }  // namespace
 
-TavroCCodec::TavroCCodec() {
+TavroCCodec::TavroCCodec() : mRecorder(TavroSessionRecorder::createFromProperties()) {
     PeltoEventUploadUtils::getInstance()->updateTopActivity(kTopActivityIntervalMs);
     mAnalysisFPS = new TavroAnalysisFPS();
     auto baseCallback = std::make_shared<CCodecCallbackImpl>(this);
     auto tavroCallback = std::make_shared<TavroCCodecCallbackImpl>(this);
     mChannel =
             std::make_shared<TavroCCodecBufferChannel>(baseCallback, tavroCallback, mAnalysisFPS);
+    if (mRecorder) tavroChannel()->setSessionRecorder(mRecorder);
     updateAnalysis(kKeyCodecCreateTime, systemTime(SYSTEM_TIME_MONOTONIC));
 }
 
 TavroCCodec::~TavroCCodec() {
+    TavroRecordScope recordScope(mRecorder.get());
     TAVRO_LOGV(kTavroLogDetail, kLogDestroy, __LINE__, this);
     if (mFeedbackID != 0 && mIsVideo.load()) {
         bool deleteId = true;
@@ -79,6 +83,7 @@ TavroCCodec::~TavroCCodec() {
         if (deleteId) TavroFeedbackInfo::deleteFeedbackId(mFeedbackID);
     }
     if (mChannel) mChannel->setFeedbackId(0);
+    if (mRecorder) mRecorder->onDestroy();
 }
 
 TavroCCodecBufferChannel* TavroCCodec::tavroChannel() const {
@@ -98,6 +103,7 @@ void TavroCCodec::updateAnalysis(const char* key, int64_t value) {
 }
 
 void TavroCCodec::onMessageReceived(const sp<AMessage>& msg) {
+    TavroRecordScope recordScope(mRecorder.get());
     switch (msg->what()) {
         case kWhatBoostApp:
             handleBoostApp(msg);
@@ -134,6 +140,7 @@ void TavroCCodec::onMessageReceived(const sp<AMessage>& msg) {
         getBoostParams(msg);
     }
 
+    if (what == kWhatStart && mRecorder) mRecorder->onStart();
     sp<AMessage> telemetry = new AMessage();
     if (what == kWhatStart)
         telemetry->setInt64(kKeyCodecStartIn, systemTime(SYSTEM_TIME_MONOTONIC));
@@ -169,10 +176,13 @@ void TavroCCodec::initiateAllocateComponent(const sp<AMessage>& msg) {
     sp<RefBase> codecInfo;
     CHECK(msg->findObject("codecInfo", &codecInfo));
     mComponentName = static_cast<MediaCodecInfo*>(codecInfo.get())->getCodecName();
+    TavroRecordScope recordScope(mRecorder.get());
+    if (mRecorder) mRecorder->onAllocate(mComponentName.c_str());
 
     if (mComponentName.find("encoder") >= 0 &&
         (mComponentName.find("c2.qti") >= 0 || mComponentName.find("c2.mtk") >= 0)) {
         const int64_t uid = static_cast<int64_t>(IPCThreadState::self()->getCallingUid());
+        if (mRecorder) mRecorder->onCaller(uid, IPCThreadState::self()->getCallingPid());
         if (tavroInListByUid(kListDisableVideoShaper, uid)) {
             if (mCallback) mCallback->onDisableVideoShaper(true);
             TAVRO_LOGI("disable video shaper by list");
@@ -183,11 +193,14 @@ void TavroCCodec::initiateAllocateComponent(const sp<AMessage>& msg) {
 
 void TavroCCodec::initiateShutdown(bool keepComponentAllocated) {
     TAVRO_LOGV(kTavroLogDetail, kLogShutdown, __LINE__, this, keepComponentAllocated);
+    if (mRecorder) mRecorder->onShutdown(keepComponentAllocated);
     if (!keepComponentAllocated) {
         mAnalysisFPS->resetFPS();
         if (mFeedbackID != 0 && mIsVideo.load()) {
+            const int64_t uses = mAnalysisFPS->getTotalFpsUseCnt();
+            if (mRecorder) mRecorder->onFpsUseCount(uses);
             TavroFeedbackInfo::pushFeedbackInfo(mFeedbackID, String8(kFeedbackTimeUsage),
-                                                decimal(mAnalysisFPS->getTotalFpsUseCnt()), 1);
+                                                decimal(uses), 1);
         }
     }
     // Stops both periodic checks at their next firing.
@@ -203,11 +216,19 @@ status_t TavroCCodec::setSurface(const sp<Surface>& surface, uint32_t generation
 
 void TavroCCodec::signalFlush() {
     TAVRO_LOGD(kLogSignalFlush, __LINE__, this);
+    if (mRecorder) mRecorder->onFlush();
     mAnalysisFPS->signalFlush();
     CCodec::signalFlush();
 }
 
+void TavroCCodec::signalResume() {
+    if (mRecorder) mRecorder->onResume();
+    CCodec::signalResume();
+}
+
 void TavroCCodec::signalSetParameters(const sp<AMessage>& params) {
+    TavroRecordScope recordScope(mRecorder.get());
+    if (mRecorder) mRecorder->onSetParameters(params);
     TAVRO_LOGD(kLogSignalSetParameters, __LINE__, this);
     float rate = 0.0f;
     if (params->findFloat(kKeyOperatingRate, &rate)) {
@@ -231,7 +252,24 @@ void TavroCCodec::reportOverLoadInfo() {
 }
 
 void TavroCCodec::onWorkDone(std::list<std::unique_ptr<C2Work>>& works) {
-    checkHDRType(works);
+    TavroSessionRecorder* recorder = mRecorder.get();
+    if (recorder == nullptr) {
+        checkHDRType(works);
+    } else {
+        // Each work is an output of its own in the recording; the HDR infos belong to the first,
+        // the only one the check reads.
+        std::shared_ptr<const C2Info> color;
+        std::shared_ptr<const C2Info> dynamic;
+        checkHDRType(works, &color, &dynamic);
+        bool first = true;
+        for (const std::unique_ptr<C2Work>& work : works) {
+            if (work != nullptr) {
+                recorder->onOutput(*work, first ? color.get() : nullptr,
+                                   first ? dynamic.get() : nullptr);
+            }
+            first = false;
+        }
+    }
     CCodec::onWorkDone(works);
 }
 

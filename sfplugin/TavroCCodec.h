@@ -34,6 +34,7 @@ namespace android {
 
 class TavroAnalysisFPS;
 class TavroCCodecBufferChannel;
+class TavroSessionRecorder;
 class TavroVideoBoost;
 class TavroVideoBoostParams;
 struct TavroClusterInfo;
@@ -133,6 +134,8 @@ class TavroCCodec : public CCodec {
     void initiateShutdown(bool keepComponentAllocated = false) override;
     status_t setSurface(const sp<Surface>& surface, uint32_t generation) override;
     void signalFlush() override;
+    // Passed on unchanged; a recorded session needs to know when the client resumed.
+    void signalResume() override;
     void signalSetParameters(const sp<AMessage>& params) override;
     void reportOverLoadInfo() override;
     void onWorkDone(std::list<std::unique_ptr<C2Work>>& works) override;
@@ -177,10 +180,16 @@ class TavroCCodec : public CCodec {
     void boostAppKeyThread(const sp<AMessage>& params) EXCLUDES(mBoostLock);
 
     // ---- HDR detection ------------------------------------------------------------------------
-    void checkHDRType(std::list<std::unique_ptr<C2Work>>& works);
+    // With out-pointers, also hands back the infos it read from the first work's buffer.
+    void checkHDRType(std::list<std::unique_ptr<C2Work>>& works,
+                      std::shared_ptr<const C2Info>* colorAspects = nullptr,
+                      std::shared_ptr<const C2Info>* hdr10Plus = nullptr);
 
     TavroCCodecBufferChannel* tavroChannel() const;
 
+    // The session recording (debug.tavro.video.record), null unless on. Set in the constructor and
+    // never changed, so every thread reads it without a lock.
+    std::shared_ptr<TavroSessionRecorder> mRecorder;
     AString mComponentName;
     AString mMime;
     sp<TavroAnalysisFPS> mAnalysisFPS;

@@ -19,6 +19,7 @@
 
 #include "common/TavroClaim.h"
 #include "common/TavroLog.h"
+#include "sfplugin/TavroSessionRecorder.h"
 
 namespace android {
 
@@ -67,6 +68,10 @@ TavroCCodecBufferChannel::~TavroCCodecBufferChannel() = default;
 // ---- Buffer hooks ----------------------------------------------------------------------------
 
 status_t TavroCCodecBufferChannel::queueInputBuffer(const sp<MediaCodecBuffer>& buffer) {
+    if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
+        recorder->onInput(metaTimeUs(buffer),
+                          buffer != nullptr ? static_cast<int32_t>(buffer->size()) : 0, false);
+    }
     if (tavroClaimOnce(mFirstInputDone)) {
         if (mAnalysisFPS != nullptr) {
             sp<AMessage> msg = new AMessage();
@@ -93,6 +98,9 @@ status_t TavroCCodecBufferChannel::queueInputBuffer(const sp<MediaCodecBuffer>& 
         const bool found = mAnalysisFPS->scanTypeExtractor(bytes);
         mScanTypeFound.store(found, std::memory_order_relaxed);
         const int32_t scanType = mAnalysisFPS->getVideoScanType();
+        if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
+            recorder->onScanType(scanType);
+        }
         TAVRO_LOGV(kTavroLogVerbose, kLogScanType, scanType);
         if (found && scanType == 0) {
             // Progressive content: post-processing runs in its fast path from the start.
@@ -107,6 +115,10 @@ status_t TavroCCodecBufferChannel::queueSecureInputBuffer(
         const sp<MediaCodecBuffer>& buffer, bool secure, const uint8_t* key, const uint8_t* iv,
         CryptoPlugin::Mode mode, CryptoPlugin::Pattern pattern,
         const CryptoPlugin::SubSample* subSamples, size_t numSubSamples, AString* errorDetailMsg) {
+    if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
+        recorder->onInput(metaTimeUs(buffer),
+                          buffer != nullptr ? static_cast<int32_t>(buffer->size()) : 0, true);
+    }
     if (tavroClaimOnce(mFirstInputDone) && mAnalysisFPS != nullptr) {
         sp<AMessage> msg = new AMessage();
         msg->setInt64(kKeyFirstInputTime, systemTime(SYSTEM_TIME_MONOTONIC));
@@ -124,17 +136,24 @@ status_t TavroCCodecBufferChannel::queueSecureInputBuffer(
     return err;
 }
 
-int64_t TavroCCodecBufferChannel::metaTimeMs(const sp<MediaCodecBuffer>& buffer) {
+int64_t TavroCCodecBufferChannel::metaTimeUs(const sp<MediaCodecBuffer>& buffer) {
     int64_t timeUs = 0;
     if (buffer != nullptr) {
         sp<AMessage> meta = buffer->meta();
         if (meta == nullptr || !meta->findInt64(kKeyTimeUs, &timeUs)) timeUs = 0;
     }
-    return timeUs / 1000;
+    return timeUs;
+}
+
+int64_t TavroCCodecBufferChannel::metaTimeMs(const sp<MediaCodecBuffer>& buffer) {
+    return metaTimeUs(buffer) / 1000;
 }
 
 status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>& buffer,
                                                       int64_t timestampNs) {
+    if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
+        recorder->onRender(metaTimeUs(buffer), timestampNs);
+    }
     if (mAnalysisFPS != nullptr) mAnalysisFPS->renderBuffer(timestampNs);
     if (mTavroCallback != nullptr) mTavroCallback->renderOutputBuffer(buffer, timestampNs);
     if (mFFModeStatus.load(std::memory_order_relaxed)) {
@@ -150,6 +169,9 @@ status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>
 }
 
 status_t TavroCCodecBufferChannel::discardBuffer(const sp<MediaCodecBuffer>& buffer) {
+    if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
+        recorder->onDiscard(metaTimeUs(buffer));
+    }
     if (mAnalysisFPS != nullptr) mAnalysisFPS->discardBuffer();
     if (mFFModeStatus.load(std::memory_order_relaxed)) {
         // Render time 0 marks the frame as dropped.
@@ -274,6 +296,12 @@ void TavroCCodecBufferChannel::setInputMetEos(bool eos) {
 
 bool TavroCCodecBufferChannel::getDisableWCG() const {
     return mDisableWCG.load(std::memory_order_relaxed);
+}
+
+void TavroCCodecBufferChannel::setSessionRecorder(
+        const std::shared_ptr<TavroSessionRecorder>& recorder) {
+    mRecorderOwner = recorder;
+    mRecorder.store(recorder.get(), std::memory_order_relaxed);
 }
 
 void TavroCCodecBufferChannel::setDisableWCG(bool disable) {
@@ -404,7 +432,15 @@ void TavroCCodecBufferChannel::actOnDecision(const TavroSpeedDecision& d) {
                    d.fastMode ? 1 : 0);
         std::vector<std::unique_ptr<C2Param>> params;
         // Without a known scan type the component cannot switch modes: the decision is dropped.
-        if (d.speedChanged && mAnalysisFPS != nullptr && mAnalysisFPS->getVideoScanType() != 0) {
+        bool scanTypeKnown = false;
+        if (d.speedChanged && mAnalysisFPS != nullptr) {
+            const int32_t scanType = mAnalysisFPS->getVideoScanType();
+            if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
+                recorder->onScanType(scanType);
+            }
+            scanTypeKnown = scanType != 0;
+        }
+        if (scanTypeKnown) {
             uint32_t newFF;
             {
                 Mutex::Autolock lock(mLock);

@@ -32,6 +32,7 @@
 namespace android {
 
 class TavroAnalysisFPS;
+class TavroSessionRecorder;
 
 // ---- Vendor parameters written to the component: 12-byte records (size 12, index, value) ----
 constexpr uint32_t kVppInputDelayParamIndex = 0xC0008605;  // uint32: platform input delay
@@ -137,6 +138,10 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     // provider 4, provider code 5, version 1) and holds at least 10 bytes; 0 otherwise.
     int32_t parserDynamicMetaData(const uint8_t* data, int32_t size) override;
 
+    // Frames go to `recorder` too (the codec's session recording). Set once by the codec's
+    // constructor, before the channel is handed to anyone; null leaves recording off.
+    void setSessionRecorder(const std::shared_ptr<TavroSessionRecorder>& recorder);
+
     bool getDisableWCG() const;
     void setDisableWCG(bool disable);
 
@@ -167,8 +172,9 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     void actOnDecision(const TavroSpeedDecision& d) EXCLUDES(mLock);
     // Writes one 12-byte record; returns the platform status.
     status_t writeVendorParamU32(uint32_t index, uint32_t value);
-    // "timeUs" of the buffer's meta in ms, 0 when absent.
+    // "timeUs" of the buffer's meta in ms (or µs), 0 when absent.
     static int64_t metaTimeMs(const sp<MediaCodecBuffer>& buffer);
+    static int64_t metaTimeUs(const sp<MediaCodecBuffer>& buffer);
     void scanWorkResults(const C2Worklet& worklet);
 
     std::shared_ptr<TavroCCodecCallback> mTavroCallback;
@@ -186,6 +192,10 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     std::atomic<bool> mFirstOutputDone{false};     // work-completion path
     std::atomic<bool> mFirstFrameRendered{false};  // render path
     std::atomic<bool> mDisableWCG{false};          // codec, configure time
+    // The session recording: the owner keeps it alive, the frame paths read the plain pointer
+    // with one relaxed load (null: recording off). Both set by the codec's constructor.
+    std::shared_ptr<TavroSessionRecorder> mRecorderOwner;
+    std::atomic<TavroSessionRecorder*> mRecorder{nullptr};
 };
 
 }  // namespace android

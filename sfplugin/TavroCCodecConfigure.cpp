@@ -15,14 +15,19 @@
 #include <utils/Timers.h>
 
 #include "common/TavroLog.h"
+#include "common/TavroRecordTap.h"
 #include "sfplugin/TavroCCodec.h"
 #include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroConfigureHelpers.h"
 #include "sfplugin/TavroConfigureSteps.h"
+#include "sfplugin/TavroSessionRecorder.h"
 
 namespace android {
 
 void TavroCCodec::initiateConfigureComponent(const sp<AMessage>& msg) {
+    // The format as the client gave it, before any step changed it.
+    TavroRecordScope recordScope(mRecorder.get());
+    if (mRecorder) mRecorder->onConfigure(msg);
     // Configure timing for the analysis object, before any step runs.
     updateAnalysis(kKeyCodecConfigIn, systemTime(SYSTEM_TIME_MONOTONIC));
 
@@ -42,6 +47,10 @@ void TavroCCodec::initiateConfigureComponent(const sp<AMessage>& msg) {
         mProcessName = String8(packageName.c_str());
     } else {
         mProcessName = getProcessName(getpid());
+        if (TavroRecordTap* tap = tavroRecordTap()) {
+            tap->onProcessName(static_cast<int32_t>(getpid()), !mProcessName.isEmpty(),
+                               mProcessName.c_str());
+        }
     }
 
     TavroConfigureContext ctx = configureContext();
@@ -75,6 +84,7 @@ TavroConfigureContext TavroCCodec::configureContext() const {
     ctx.appPid = mCallingPid;
     ctx.binderUid = static_cast<int64_t>(IPCThreadState::self()->getCallingUid());
     ctx.binderPid = static_cast<int64_t>(IPCThreadState::self()->getCallingPid());
+    if (mRecorder) mRecorder->onCaller(ctx.binderUid, ctx.binderPid);
     ctx.ownPid = static_cast<int32_t>(getpid());
     ctx.ownTid = static_cast<int32_t>(gettid());
     ctx.codecAddress = static_cast<int64_t>(reinterpret_cast<intptr_t>(this));

@@ -16,7 +16,9 @@ constexpr int32_t kHdrMaxCheckedWorks = 2;
 
 }  // namespace
 
-void TavroCCodec::checkHDRType(std::list<std::unique_ptr<C2Work>>& works) {
+void TavroCCodec::checkHDRType(std::list<std::unique_ptr<C2Work>>& works,
+                               std::shared_ptr<const C2Info>* colorAspects,
+                               std::shared_ptr<const C2Info>* hdr10Plus) {
     // Dolby Vision is set at configure and is never overridden by what the buffers say.
     if (!mIsVideo.load() || mIsEncoder.load() || isThumbnail.load()) return;
     if (mHdrType.load() != kHdrTypeNone || mHdrCheckedWorks.load() >= kHdrMaxCheckedWorks) return;
@@ -30,9 +32,13 @@ void TavroCCodec::checkHDRType(std::list<std::unique_ptr<C2Work>>& works) {
 
     int32_t hdrType = mHdrType.load();
     // Static colour aspects first; dynamic metadata, when present, is the more specific answer.
-    checkColorAspectsInfo(buffer->getInfo(kColorAspectsInfoIndex), &hdrType);
-    checkHdr10PlusInfo(buffer->getInfo(kHdr10PlusInfoIndex), &hdrType);
+    const std::shared_ptr<const C2Info> color = buffer->getInfo(kColorAspectsInfoIndex);
+    const std::shared_ptr<const C2Info> dynamic = buffer->getInfo(kHdr10PlusInfoIndex);
+    checkColorAspectsInfo(color, &hdrType);
+    checkHdr10PlusInfo(dynamic, &hdrType);
     mHdrType.store(hdrType);
+    if (colorAspects != nullptr) *colorAspects = color;
+    if (hdr10Plus != nullptr) *hdr10Plus = dynamic;
 }
 
 }  // namespace android

@@ -7,6 +7,7 @@
 #include <cutils/properties.h>
 #include <tavro/ListServiceUtils.h>
 
+#include "common/TavroRecordTap.h"
 #include "sfplugin/TavroCCodecConfigure.h"
 #include "sfplugin/TavroConfigureSteps.h"
 #include "whitelist/TavroSystemProbe.h"
@@ -24,20 +25,39 @@ bool listValue(bool answered, const char* buffer, String8* out) {
     return answered;
 }
 
+void tapAnswer(const char* list, TavroListAsk ask, int64_t id, TavroListReply reply,
+               const String8& value = String8()) {
+    if (TavroRecordTap* tap = tavroRecordTap()) {
+        tap->onListAnswer(list, ask, id, nullptr, reply, value.c_str(), value.size(), false);
+    }
+}
+
+TavroListReply valueReply(bool answered) {
+    return answered ? TavroListReply::kValue : TavroListReply::kNone;
+}
+
+TavroListReply memberReply(bool member) {
+    return member ? TavroListReply::kMember : TavroListReply::kNone;
+}
+
 }  // namespace
 
 bool tavroListValueByUid(const char* list, int64_t uid, String8* out) {
     char buffer[kListValueSize] = {};
     const bool answered =
             ListServiceUtils::getInstance()->getListValueByUid(list, uid, buffer, sizeof(buffer));
-    return listValue(answered, buffer, out);
+    listValue(answered, buffer, out);
+    tapAnswer(list, TavroListAsk::kUid, uid, valueReply(answered), *out);
+    return answered;
 }
 
 bool tavroListValueByTopActivity(const char* list, int32_t pid, String8* out) {
     char buffer[kListValueSize] = {};
     const bool answered = ListServiceUtils::getInstance()->getListValueByTopActivity(
             list, pid, buffer, sizeof(buffer));
-    return listValue(answered, buffer, out);
+    listValue(answered, buffer, out);
+    tapAnswer(list, TavroListAsk::kTopActivity, pid, valueReply(answered), *out);
+    return answered;
 }
 
 bool tavroListValue(const TavroConfigureContext& ctx, const char* list, TavroListKey by,
@@ -55,11 +75,15 @@ bool tavroListValue(const TavroConfigureContext& ctx, const char* list, TavroLis
 }
 
 bool tavroInListByUid(const char* list, int64_t uid) {
-    return ListServiceUtils::getInstance()->checkInListByUid(list, uid, 0);
+    const bool member = ListServiceUtils::getInstance()->checkInListByUid(list, uid, 0);
+    tapAnswer(list, TavroListAsk::kUid, uid, memberReply(member));
+    return member;
 }
 
 bool tavroInListByPid(const char* list, int64_t pid) {
-    return ListServiceUtils::getInstance()->checkInListByPid(list, pid, 0);
+    const bool member = ListServiceUtils::getInstance()->checkInListByPid(list, pid, 0);
+    tapAnswer(list, TavroListAsk::kPid, pid, memberReply(member));
+    return member;
 }
 
 bool TavroListPairs::parse(const String8& text) {
@@ -95,6 +119,7 @@ bool tavroChipMatches(TavroChipMatch how, const char* cpu) {
 }
 
 String8 tavroProperty(const char* key, const char* defaultValue) {
+    tavroTapProperty(key);
     char value[PROPERTY_VALUE_MAX] = {};
     property_get(key, value, defaultValue);
     return String8(value, strnlen(value, sizeof(value)));

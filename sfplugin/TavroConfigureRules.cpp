@@ -16,6 +16,7 @@
 
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
+#include "common/TavroRecordTap.h"
 #include "sfplugin/TavroCCodec.h"
 #include "sfplugin/TavroCCodecConfigure.h"
 #include "sfplugin/TavroConfigureHelpers.h"
@@ -254,6 +255,7 @@ status_t configureBatchMode(const TavroConfigureContext& ctx, const sp<AMessage>
     if (!tavroListValue(ctx, kListCodecBatchMode, TavroListKey::kTopActivity, &value)) {
         return tavroNoChange(out, OK, "no change: top activity not on codec-batch-mode");
     }
+    tavroTapProperty(kPropBatchModeSlots);
     const int32_t slots = property_get_int32(kPropBatchModeSlots, kBatchModeSlotsDefault);
     format->setInt32(kKeyBatchModeNum, slots);
     TAVRO_LOGI(kLogConfigureBatchMode, __LINE__, ctx.component->c_str(), slots);

@@ -13,6 +13,7 @@
 
 #include "common/TavroLog.h"
 #include "common/TavroNumber.h"
+#include "common/TavroRecordTap.h"
 
 namespace android {
 namespace {
@@ -116,6 +117,9 @@ void setProcRootForTesting(const std::string& root) {
 std::string getProperty(const std::string& key) {
     char value[PROPERTY_VALUE_MAX] = {};
     const int len = property_get(key.c_str(), value, "");
+    if (TavroRecordTap* tap = tavroRecordTap()) {
+        tap->onProperty(key.c_str(), len > 0 ? value : nullptr, false);
+    }
     if (len < 1) return std::string();
     TAVRO_LOGV(kProbeLogLevel, kLogPropertyValue, key.c_str(), len);
     value[PROPERTY_VALUE_MAX - 1] = '\0';
@@ -164,7 +168,9 @@ bool getThreadName(const std::string& path, std::string& name) {
 }
 
 bool getProcNameByPid(int32_t pid, std::string& name) {
-    return getThreadName(procPath(pid, kProcCmdline), name);
+    const bool found = getThreadName(procPath(pid, kProcCmdline), name);
+    if (TavroRecordTap* tap = tavroRecordTap()) tap->onProcessName(pid, found, name.c_str());
+    return found;
 }
 
 bool getThreadIdByName(int32_t pid, const std::vector<std::string>& names,
@@ -186,6 +192,9 @@ bool getThreadIdByName(int32_t pid, const std::vector<std::string>& names,
         commPath.push_back('/');
         commPath += kProcComm;
         if (!getThreadName(commPath, comm)) continue;
+        if (TavroRecordTap* tap = tavroRecordTap()) {
+            tap->onThreadName(pid, tavroAtoi(entry->d_name), comm.c_str());
+        }
         for (const std::string& name : names) {
             if (comm.find(name) == std::string::npos) continue;
             TAVRO_LOGV(kProbeLogLevel, kLogMatchThread, comm.c_str(), entry->d_name);
@@ -204,20 +213,25 @@ bool getThreadIdByName(int32_t pid, const std::vector<std::string>& names,
 int64_t getSystemAvailMem() {
     const std::string path = tavroProcRoot() + "/" + kProcMeminfo;
     LineReader reader(path);
+    TavroRecordTap* tap = tavroRecordTap();
     if (!reader.isOpen()) {
         ALOGV_IF(tavroLogOn(kTavroLogVerbose, kTavroLogDefaultOff),
                  "getSystemAvailMem can not open file /proc/meminfo");
+        if (tap != nullptr) tap->onMemAvailable(false, kSystemAvailMemDefaultKb);
         return kSystemAvailMemDefaultKb;
     }
     constexpr size_t kValueOffset = sizeof(kMemAvailableKey) - 1;  // the key starts the line
     int64_t availKb = kSystemAvailMemDefaultKb;
+    bool found = false;
     std::string line;
     while (reader.next(line)) {
         if (line.size() >= kValueOffset && line.find(kMemAvailableKey) != std::string::npos) {
             availKb = tavroAtoi(line.c_str() + kValueOffset);
+            found = true;
             break;
         }
     }
+    if (tap != nullptr) tap->onMemAvailable(found, availKb);
     TAVRO_LOGD("getSystemAvailMem, MemAvailable:%lld", static_cast<long long>(availKb));
     return availKb;
 }

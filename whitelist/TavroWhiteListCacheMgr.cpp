@@ -8,6 +8,7 @@
 #include <tavro/ListServiceUtils.h>
 
 #include "common/TavroLog.h"
+#include "common/TavroRecordTap.h"
 
 namespace android {
 namespace {
@@ -41,6 +42,48 @@ void reportRejected(const std::string& rejected) {
     if (!rejected.empty()) ALOGE(kLogRejectedBoostInfo, rejected.c_str());
 }
 
+// ---- What a session recording learns from the manager (common/TavroRecordTap.h) ----
+
+void tapAnswer(const char* list, TavroListAsk ask, int64_t id, const char* name, bool answered,
+               const std::string& answer) {
+    if (TavroRecordTap* tap = tavroRecordTap()) {
+        tap->onListAnswer(list, ask, id, name,
+                          answered ? TavroListReply::kValue : TavroListReply::kNone, answer.c_str(),
+                          answer.size(), false);
+    }
+}
+
+// A cached entry used again, as the answer it stands for: a default kept after a failed question
+// is no answer; anything else is the string the service gave.
+void tapCachedAnswer(const char* list, TavroListAsk ask, int64_t id, const char* name,
+                     const MediaBoostInfo& entry) {
+    if (TavroRecordTap* tap = tavroRecordTap()) {
+        const bool answered = entry.isValid && !entry.isDefault;
+        tap->onListAnswer(list, ask, id, name,
+                          answered ? TavroListReply::kValue : TavroListReply::kNone,
+                          entry.boostStrInfo.c_str(), entry.boostStrInfo.size(), true);
+    }
+}
+
+// A media server's map served from the cache: every listed name with its answer, and the name
+// list that leads a fresh cache to ask for the same ones.
+void tapCachedMediaserverMap(
+        const std::map<std::string, TavroWhiteListCacheMgr::BoostInfoPtr>& map) {
+    TavroRecordTap* tap = tavroRecordTap();
+    if (tap == nullptr) return;
+    std::string names;
+    for (const auto& [name, entry] : map) {
+        if (entry == nullptr || !entry->isValid || name == kFakeBoostName) continue;
+        names += names.empty() ? "" : std::string(1, kBoostListDelim);
+        names += name;
+        tapCachedAnswer(kListMediaserverBoost, TavroListAsk::kName, 0, name.c_str(), *entry);
+    }
+    if (!names.empty()) {
+        tap->onListAnswer(kListMediaserverBoost, TavroListAsk::kName, 0, kBoostNameListKey,
+                          TavroListReply::kValue, names.c_str(), names.size(), true);
+    }
+}
+
 }  // namespace
 
 Mutex TavroWhiteListCacheMgr::sInstanceLock;
@@ -70,6 +113,13 @@ void TavroWhiteListCacheMgr::getBoostInfo(int32_t pid, const TavroMediaInfo& med
     BoostInfoPtr cpuEntry = loadDebugInfo(kPropDebugCpuBoost, &rejected);
     reportRejected(rejected);
     rejected.clear();
+    if (TavroRecordTap* tap = tavroRecordTap()) {
+        // What init read once for the whole process, used again for this codec.
+        tap->onProperty(kPropHardware, mPlatform.vendor.c_str(), true);
+        tap->onProperty(kPropDeviceFamily, mPlatform.soc.c_str(), true);
+        tap->onProperty(kPropProjectName, mPlatform.project.c_str(), true);
+        tap->onProcessName(static_cast<int32_t>(getpid()), !procName.empty(), procName.c_str());
+    }
 
     if (isMediaserver()) {
         TAVRO_LOGV(kCacheLogLevel, kLogMediaserverScenario, media.isVideo);
@@ -224,6 +274,8 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getProcBoostInfo(
     if (!checkCacheIsNeedUpdate(slot)) {
         TAVRO_LOGV(kCacheLogLevel, "%s", kLogProcBoostValid);
         printMediaBoostInfo(slot);
+        tapCachedAnswer(kListMediaSchedBoost, TavroListAsk::kUid, static_cast<int64_t>(getuid()),
+                        nullptr, *slot);
         return slot;
     }
 
@@ -233,6 +285,8 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getProcBoostInfo(
     const bool ret = ListServiceUtils::getInstance()->getListValueByUid(
             kListMediaSchedBoost, static_cast<int64_t>(getuid()), buffer, sizeof(buffer));
     const std::string answer = answerOf(buffer, sizeof(buffer));
+    tapAnswer(kListMediaSchedBoost, TavroListAsk::kUid, static_cast<int64_t>(getuid()), nullptr,
+              ret, answer);
     TAVRO_LOGV(kCacheLogLevel, kLogGetMediaSchedBoost, ret ? 1 : 0, answer.c_str());
 
     // Cached entries are never changed in place: readers may hold the old one without the lock.
@@ -278,6 +332,9 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getActivityBoostInf
     if (!checkCacheIsNeedUpdate(entry)) {
         TAVRO_LOGV(kCacheLogLevel, kLogActivityCacheValid, name.c_str());
         printMediaBoostInfo(entry);
+        if (byName) {
+            tapCachedAnswer(kListMediaserverBoost, TavroListAsk::kName, 0, name.c_str(), *entry);
+        }
         return entry;
     }
 
@@ -299,11 +356,17 @@ TavroWhiteListCacheMgr::BoostInfoPtr TavroWhiteListCacheMgr::getActivityBoostInf
         if (it != mCache->activityMap.end() && it->second == entry) it->second = updated;
     }
 
+    const std::string answer = ret ? answerOf(buffer, sizeof(buffer)) : std::string();
+    if (byName) {
+        tapAnswer(kListMediaserverBoost, TavroListAsk::kName, 0, name.c_str(), ret, answer);
+    } else {
+        tapAnswer(isEncoder ? kListVencCpuBoost : kListVdecCpuBoost, TavroListAsk::kTopActivity, 0,
+                  nullptr, ret, answer);
+    }
     if (!ret) {
         TAVRO_LOGV(kCacheLogLevel, kLogFailActivityBoost, name.c_str());
         return nullptr;
     }
-    const std::string answer = answerOf(buffer, sizeof(buffer));
     updated->isDefault = false;
     updated->cacheTime = now();
     TAVRO_LOGV(kCacheLogLevel, kLogActivityBoostInfo, name.c_str(), answer.c_str());
@@ -326,10 +389,13 @@ std::string TavroWhiteListCacheMgr::getMediaserverBoostList() {
     char buffer[kBoostNameListBufferSize] = {};
     if (!ListServiceUtils::getInstance()->getListValueByName(
                 kListMediaserverBoost, kBoostNameListKey, buffer, sizeof(buffer))) {
+        tapAnswer(kListMediaserverBoost, TavroListAsk::kName, 0, kBoostNameListKey, false, "");
         TAVRO_LOGV(kCacheLogLevel, "%s", kLogNoBoostNameList);
         return std::string();
     }
-    return answerOf(buffer, sizeof(buffer));
+    const std::string list = answerOf(buffer, sizeof(buffer));
+    tapAnswer(kListMediaserverBoost, TavroListAsk::kName, 0, kBoostNameListKey, true, list);
+    return list;
 }
 
 void TavroWhiteListCacheMgr::checkMediaserverBoostInfo(std::vector<std::string>* rejected) {
@@ -343,7 +409,10 @@ void TavroWhiteListCacheMgr::checkMediaserverBoostInfo(std::vector<std::string>*
                 break;
             }
         }
-        if (first == nullptr || !checkCacheIsNeedUpdate(first)) return;
+        if (first == nullptr || !checkCacheIsNeedUpdate(first)) {
+            tapCachedMediaserverMap(mCache->activityMap);
+            return;
+        }
         TAVRO_LOGV(kCacheLogLevel, "%s", kLogMediaserverTimeout);
         mCache->activityMap.clear();
         loadDefaultBoostInfo_l();

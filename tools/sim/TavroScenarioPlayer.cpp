@@ -47,6 +47,7 @@
 #include "sfplugin/TavroCCodecBufferChannel.h"
 #include "sfplugin/TavroCCodecConfigure.h"
 #include "sfplugin/TavroHdrInfo.h"
+#include "sfplugin/TavroSessionRecorder.h"
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "sfplugin/TavroVideoTaskBoost.h"
 #include "tools/sim/TavroProcFixture.h"
@@ -146,6 +147,8 @@ class Player {
             mTaps->add("step", std::move(end));
             destroyCodec();
         }
+        // A scenario that turned on the session recording has its file complete on return.
+        TavroSessionRecorder::waitForWritersForTesting();
         addUnused();
         mSink->flush();
         tearDownWorld();
@@ -245,7 +248,9 @@ class Player {
         TavroVideoBoost::setAvailableForTesting(true);
         TavroVideoBoost::setStatusForTesting(OK);
         TavroWhiteListCacheMgr* cache = TavroWhiteListCacheMgr::getInstance();
-        cache->resetForTesting();
+        if (!mOptions.keepWhiteListCache) cache->resetForTesting();
+        // Faster than real time: a recording waits for its writer rather than drop frames.
+        TavroSessionRecorder::setLosslessForTesting(true);
         // Cache ages follow the simulated clock, so an "advance" of hours reaches their timeout.
         cache->setClockForTesting([]() {
             return TavroWhiteListCacheMgr::Clock::time_point(
@@ -354,8 +359,9 @@ class Player {
         host::HostListService::clear();
         host::HostProperties::clear();
         TavroVideoBoost::clearRequestsForTesting();
-        TavroWhiteListCacheMgr::getInstance()->resetForTesting();
+        if (!mOptions.keepWhiteListCache) TavroWhiteListCacheMgr::getInstance()->resetForTesting();
         TavroWhiteListCacheMgr::getInstance()->setClockForTesting(nullptr);
+        TavroSessionRecorder::setLosslessForTesting(false);
         setProcRootForTesting("");
         setProcessNameRootForTesting("");
         IPCThreadState::self()->clearCallingIdentityForTesting();

@@ -40,6 +40,9 @@ struct TavroSimOptions {
     // Without hasLogLevel the library then logs at the verbose level; the trace still shows no
     // log lines.
     std::function<void(int64_t timeUs, const host::LogRecord& record)> onLibraryLog;
+    // Keeps the white list's cache from the scenario played before (and for the next one), as a
+    // second codec in the same process finds it. Tests only; the command always starts fresh.
+    bool keepWhiteListCache = false;
 };
 
 // Plays `scenario` and hands its entries to `*sink`, flushing it at the end. False with `*error`
