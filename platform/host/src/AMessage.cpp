@@ -97,10 +97,20 @@ void AMessage::clear() {
     mItems.clear();
 }
 
+namespace {
+
+// Lengths first: a message's keys mostly differ in length, so most misses cost one compare.
+bool sameName(const std::string& itemName, const char* key, size_t keyLength) {
+    return itemName.size() == keyLength && memcmp(itemName.data(), key, keyLength) == 0;
+}
+
+}  // namespace
+
 AMessage::Item* AMessage::allocateItem(const char* name) {
     const char* key = name != nullptr ? name : "";
+    const size_t keyLength = strlen(key);
     for (Item& item : mItems) {
-        if (item.mName == key) {
+        if (sameName(item.mName, key, keyLength)) {
             // Replacing keeps the position; drop what the old value held.
             item.mString.clear();
             item.mObject.clear();
@@ -115,8 +125,9 @@ AMessage::Item* AMessage::allocateItem(const char* name) {
 
 const AMessage::Item* AMessage::findItemAnyType(const char* name) const {
     if (name == nullptr) return nullptr;
+    const size_t nameLength = strlen(name);
     for (const Item& item : mItems) {
-        if (item.mName == name) return &item;
+        if (sameName(item.mName, name, nameLength)) return &item;
     }
     return nullptr;
 }
