@@ -33,6 +33,20 @@ struct TavroTraceEntry {
     nlohmann::ordered_json fields = nlohmann::ordered_json::object();  // the typed content
 };
 
+// A field read as the text trace shows it: a string as it is, any other value as JSON, a missing
+// one as "".
+inline std::string tavroTraceFieldText(const nlohmann::ordered_json& fields, const char* key) {
+    auto it = fields.find(key);
+    if (it == fields.end()) return "";
+    return it->is_string() ? it->get<std::string>() : it->dump();
+}
+
+// A numeric field as an integer; 0 when missing or not a number.
+inline int64_t tavroTraceFieldInt(const nlohmann::ordered_json& fields, const char* key) {
+    auto it = fields.find(key);
+    return it != fields.end() && it->is_number() ? it->get<int64_t>() : 0;
+}
+
 // Every kind an entry may have, in the order the README lists them.
 const std::vector<std::string>& tavroTraceKinds();
 

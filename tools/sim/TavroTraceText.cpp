@@ -17,16 +17,8 @@ const Json& get(const Json& fields, const char* key) {
     return it == fields.end() ? kNull : *it;
 }
 
-std::string str(const Json& fields, const char* key) {
-    auto it = fields.find(key);
-    if (it == fields.end()) return "";
-    return it->is_string() ? it->get<std::string>() : it->dump();
-}
-
-int64_t num(const Json& fields, const char* key) {
-    auto it = fields.find(key);
-    return it != fields.end() && it->is_number() ? it->get<int64_t>() : 0;
-}
+constexpr auto str = tavroTraceFieldText;
+constexpr auto num = tavroTraceFieldInt;
 
 bool flag(const Json& fields, const char* key) {
     auto it = fields.find(key);

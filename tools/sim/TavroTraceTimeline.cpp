@@ -152,16 +152,8 @@ class Counter {
     double mHeldValue = 0;
 };
 
-std::string str(const Json& fields, const char* key) {
-    auto it = fields.find(key);
-    if (it == fields.end()) return "";
-    return it->is_string() ? it->get<std::string>() : it->dump();
-}
-
-int64_t num(const Json& fields, const char* key) {
-    auto it = fields.find(key);
-    return it != fields.end() && it->is_number() ? it->get<int64_t>() : 0;
-}
+constexpr auto str = tavroTraceFieldText;
+constexpr auto num = tavroTraceFieldInt;
 
 double real(const Json& fields, const char* key, double otherwise = 0) {
     auto it = fields.find(key);
