@@ -101,62 +101,63 @@ bool TavroSessionRecorder::append(RecordKind kind, bool lifecycle, size_t payloa
     const size_t size = sizeof(RecordHeader) + payloadSize;
     bool wake = false;
     bool kept = false;
-    {
-        std::unique_lock<std::mutex> lock(mBufLock);
-        for (;;) {
-            if (mClosed || mDead.load(std::memory_order_relaxed) ||
-                (!lifecycle && mFramesStopped.load(std::memory_order_relaxed))) {
-                return false;
-            }
-            const size_t limit =
-                    lifecycle ? kRecordBufferBytes : kRecordBufferBytes - kRecordLifecycleReserve;
-            size_t& used = mUsed[mActive];
-            if (used + size <= limit) {
-                uint8_t* at = mBuf[mActive].get() + used;
-                const RecordHeader header{static_cast<uint32_t>(size), static_cast<uint8_t>(kind),
-                                          0, 0, systemTime(SYSTEM_TIME_MONOTONIC)};
-                memcpy(at, &header, sizeof(header));
-                fill(at + sizeof(header), at + offsetof(RecordHeader, flags));
-                wake = used < kRecordBufferBytes / 2 && used + size >= kRecordBufferBytes / 2;
-                used += size;
-                kept = true;
-                const uint64_t sequence = ++mAppended;
-                if (sSynchronous.load(std::memory_order_relaxed)) {
-                    lock.unlock();
-                    wakeWriter();
-                    lock.lock();
-                    mBufSpace.wait(lock, [&] { return mWritten >= sequence || mClosed; });
-                }
-                break;
-            }
-            if (size <= limit && sLossless.load(std::memory_order_relaxed)) {
-                lock.unlock();
+    // Locked by hand: the lossless and synchronous modes (tools and tests) let the lock go while
+    // they wake the writer, which never waits for this lock while holding its own.
+    mBufLock.lock();
+    for (;;) {
+        if (mClosed || mDead.load(std::memory_order_relaxed) ||
+            (!lifecycle && mFramesStopped.load(std::memory_order_relaxed))) {
+            break;
+        }
+        const size_t limit =
+                lifecycle ? kRecordBufferBytes : kRecordBufferBytes - kRecordLifecycleReserve;
+        size_t& used = mUsed[mActive];
+        if (used + size <= limit) {
+            uint8_t* at = mBuf[mActive].get() + used;
+            const RecordHeader header{static_cast<uint32_t>(size), static_cast<uint8_t>(kind), 0, 0,
+                                      systemTime(SYSTEM_TIME_MONOTONIC)};
+            memcpy(at, &header, sizeof(header));
+            fill(at + sizeof(header), at + offsetof(RecordHeader, flags));
+            wake = used < kRecordBufferBytes / 2 && used + size >= kRecordBufferBytes / 2;
+            used += size;
+            kept = true;
+            const uint64_t sequence = ++mAppended;
+            if (sSynchronous.load(std::memory_order_relaxed)) {
+                mBufLock.unlock();
                 wakeWriter();
-                lock.lock();
-                mBufSpace.wait(lock, [&] {
-                    return mUsed[mActive] + size <= limit || mClosed ||
-                           mDead.load(std::memory_order_relaxed);
-                });
-                continue;
-            }
-            // No room: frames stop for good, with a marker where they stopped; a lifecycle event
-            // that cannot be kept ends the recording.
-            wake = true;
-            if (lifecycle) {
-                mDead.store(true, std::memory_order_relaxed);
-                break;
-            }
-            mFramesStopped.store(true, std::memory_order_relaxed);
-            if (used + sizeof(RecordHeader) <= kRecordBufferBytes) {
-                const RecordHeader marker{sizeof(RecordHeader),
-                                          static_cast<uint8_t>(RecordKind::kFramesStopped), 0, 0,
-                                          systemTime(SYSTEM_TIME_MONOTONIC)};
-                memcpy(mBuf[mActive].get() + used, &marker, sizeof(marker));
-                used += sizeof(marker);
+                mBufLock.lock();
+                while (mWritten < sequence && !mClosed) mBufSpace.wait(mBufLock);
             }
             break;
         }
+        if (size <= limit && sLossless.load(std::memory_order_relaxed)) {
+            mBufLock.unlock();
+            wakeWriter();
+            mBufLock.lock();
+            while (mUsed[mActive] + size > limit && !mClosed &&
+                   !mDead.load(std::memory_order_relaxed)) {
+                mBufSpace.wait(mBufLock);
+            }
+            continue;
+        }
+        // No room: frames stop for good, with a marker where they stopped; a lifecycle event
+        // that cannot be kept ends the recording.
+        wake = true;
+        if (lifecycle) {
+            mDead.store(true, std::memory_order_relaxed);
+            break;
+        }
+        mFramesStopped.store(true, std::memory_order_relaxed);
+        if (used + sizeof(RecordHeader) <= kRecordBufferBytes) {
+            const RecordHeader marker{sizeof(RecordHeader),
+                                      static_cast<uint8_t>(RecordKind::kFramesStopped), 0, 0,
+                                      systemTime(SYSTEM_TIME_MONOTONIC)};
+            memcpy(mBuf[mActive].get() + used, &marker, sizeof(marker));
+            used += sizeof(marker);
+        }
+        break;
     }
+    mBufLock.unlock();
     if (wake) wakeWriter();
     return kept;
 }
@@ -171,20 +172,20 @@ void TavroSessionRecorder::logPendingWarning() {
     if (!mWarningPending.exchange(false, std::memory_order_relaxed)) return;
     std::string warning;
     {
-        std::lock_guard<std::mutex> guard(mBufLock);
+        Mutex::Autolock guard(mBufLock);
         warning.swap(mWarning);
     }
     if (!warning.empty()) ALOGW(kLogRecordFailed, warning.c_str());
 }
 
 void TavroSessionRecorder::note(const std::string& text) {
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     mWorld->note(text);
 }
 
 void TavroSessionRecorder::onAllocate(const char* component) {
     {
-        std::lock_guard<std::mutex> guard(mWorldLock);
+        Mutex::Autolock guard(mWorldLock);
         if (mWorld->component.empty()) {
             mWorld->component = component;
         } else if (mWorld->component != component) {
@@ -239,12 +240,12 @@ void TavroSessionRecorder::onDestroy() {
     appendText(RecordKind::kText, "{\"event\":\"destroy\"}");
     std::string warning;
     {
-        std::lock_guard<std::mutex> guard(mBufLock);
+        Mutex::Autolock guard(mBufLock);
         mClosed = true;
         warning.swap(mWarning);
     }
     if (!warning.empty()) ALOGW(kLogRecordFailed, warning.c_str());
-    mBufSpace.notify_all();
+    mBufSpace.broadcast();
     wakeWriter();
     writerNoteClosed();
 }
@@ -329,7 +330,7 @@ void TavroSessionRecorder::onDiscard(int64_t ptsUs) {
 // ---- Answers -----------------------------------------------------------------------------------
 
 void TavroSessionRecorder::onCaller(int64_t uid, int64_t pid) {
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     if (!mWorld->caller) {
         mWorld->caller = std::make_pair(uid, pid);
     } else if (*mWorld->caller != std::make_pair(uid, pid)) {
@@ -346,7 +347,7 @@ void TavroSessionRecorder::onScanType(int32_t scanType) {
 }
 
 void TavroSessionRecorder::onFpsUseCount(int64_t count) {
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     if (!mWorld->fpsUseCount) {
         mWorld->fpsUseCount = count;
     } else if (*mWorld->fpsUseCount != count) {
@@ -359,7 +360,7 @@ void TavroSessionRecorder::onFpsUseCount(int64_t count) {
 void TavroSessionRecorder::onProperty(const char* key, const char* value, bool cached) {
     // The recorder's own switches are not part of the session.
     if (strcmp(key, kPropRecordDir) == 0 || strcmp(key, kPropRecordMaxKb) == 0) return;
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     World& w = *mWorld;
     auto it = w.properties.find(key);
     if (it == w.properties.end()) {
@@ -379,7 +380,7 @@ void TavroSessionRecorder::onProperty(const char* key, const char* value, bool c
 void TavroSessionRecorder::onListAnswer(const char* list, TavroListAsk ask, int64_t id,
                                         const char* name, TavroListReply reply, const char* value,
                                         size_t valueSize, bool cached) {
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     World& w = *mWorld;
     if (ask == TavroListAsk::kTopActivity) {
         name = kRecordTopActivity;
@@ -421,7 +422,7 @@ void TavroSessionRecorder::onListAnswer(const char* list, TavroListAsk ask, int6
 
 void TavroSessionRecorder::onProcessName(int32_t pid, bool found, const char* name) {
     if (!found || name == nullptr || name[0] == '\0') return;
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     World& w = *mWorld;
     if (pid == mPid) {
         if (!w.processName) w.processName = name;
@@ -436,7 +437,7 @@ void TavroSessionRecorder::onThreadName(int32_t pid, int32_t tid, const char* na
     // The main thread (tid = pid) has no place in a scenario's thread list: the replay's own
     // thread stands for it.
     if (pid != mPid || tid == mPid || tid < 1 || name == nullptr || name[0] == '\0') return;
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     World& w = *mWorld;
     for (const auto& [known, knownName] : w.threads) {
         if (known == tid) return;
@@ -445,7 +446,7 @@ void TavroSessionRecorder::onThreadName(int32_t pid, int32_t tid, const char* na
 }
 
 void TavroSessionRecorder::onMemAvailable(bool found, int64_t kb) {
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     World& w = *mWorld;
     if (w.memAsked) return;
     w.memAsked = true;

@@ -27,11 +27,9 @@
 #include <stdint.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -41,6 +39,8 @@
 #include <C2Param.h>
 #include <C2Work.h>
 #include <media/stagefright/foundation/AMessage.h>
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
 #include <utils/RefBase.h>
 
 #include "common/TavroRecordTap.h"
@@ -260,16 +260,16 @@ class TavroSessionRecorder final : public TavroRecordTap {
 
     // Producer side: two buffers, the active one filled under mBufLock, the other one the
     // writer's.
-    std::mutex mBufLock;
-    std::condition_variable mBufSpace;  // the writer emptied a buffer (lossless producers)
+    Mutex mBufLock;
+    Condition mBufSpace;  // the writer emptied a buffer (lossless producers)
     std::unique_ptr<uint8_t[]> mBuf[2];
-    size_t mUsed[2] = {0, 0};  // guarded by mBufLock
-    int mActive = 0;           // guarded by mBufLock
-    bool mClosed = false;      // guarded by mBufLock: destroy recorded, nothing more is taken
-    std::string mWarning;      // guarded by mBufLock: a writer failure not logged yet
-    uint64_t mAppended = 0;    // guarded by mBufLock: records appended so far
-    uint64_t mTaken = 0;       // guarded by mBufLock: records the writer took so far
-    uint64_t mWritten = 0;     // guarded by mBufLock: records the writer has written out
+    size_t mUsed[2] GUARDED_BY(mBufLock) = {0, 0};
+    int mActive GUARDED_BY(mBufLock) = 0;
+    bool mClosed GUARDED_BY(mBufLock) = false;    // destroy recorded, nothing more is taken
+    std::string mWarning GUARDED_BY(mBufLock);    // a writer failure not logged yet
+    uint64_t mAppended GUARDED_BY(mBufLock) = 0;  // records appended so far
+    uint64_t mTaken GUARDED_BY(mBufLock) = 0;     // records the writer took so far
+    uint64_t mWritten GUARDED_BY(mBufLock) = 0;   // records the writer has written out
     std::atomic<bool> mWarningPending{false};
     // Set once frames are no longer recorded (buffers full, size cap, disk failure); read on
     // the frame path without the lock.
@@ -280,8 +280,8 @@ class TavroSessionRecorder final : public TavroRecordTap {
     std::atomic<int64_t> mScanType{INT64_MIN};
     std::atomic<bool> mScanTypeChanged{false};
 
-    std::mutex mWorldLock;
-    std::unique_ptr<World> mWorld;  // guarded by mWorldLock
+    Mutex mWorldLock;
+    std::unique_ptr<World> mWorld GUARDED_BY(mWorldLock);
 
     std::unique_ptr<FileState> mFile;  // the writer thread's alone
 };

@@ -251,6 +251,26 @@ struct TavroSessionRecorder::FileState {
 
 // ---- The process's writer thread --------------------------------------------------------------
 
+// A time limit for a series of waits on one condition, on the steady clock: the host's system
+// clock may be a manual one that never moves on its own.
+class Deadline {
+  public:
+    explicit Deadline(std::chrono::nanoseconds limit)
+        : mEnd(std::chrono::steady_clock::now() + limit) {}
+
+    // Waits once, at most until the deadline; false once it has passed.
+    bool wait(Condition& condition, Mutex& lock) const REQUIRES(lock) {
+        const auto left = mEnd - std::chrono::steady_clock::now();
+        if (left <= std::chrono::nanoseconds::zero()) return false;
+        condition.waitRelative(lock,
+                               std::chrono::duration_cast<std::chrono::nanoseconds>(left).count());
+        return true;
+    }
+
+  private:
+    const std::chrono::steady_clock::time_point mEnd;
+};
+
 class TavroRecordWriter {
   public:
     static TavroRecordWriter& get() {
@@ -259,7 +279,7 @@ class TavroRecordWriter {
     }
 
     void add(std::shared_ptr<TavroSessionRecorder> recorder) {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         mRecorders.push_back(std::move(recorder));
         if (!mStarted) {
             mStarted = true;
@@ -268,49 +288,59 @@ class TavroRecordWriter {
     }
 
     void wake() {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         mPending = true;
-        mWake.notify_one();
+        mWake.signal();
     }
 
     // Test hooks.
     void hold(bool on) {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         mHold = on;
-        mHeldChanged.notify_all();
+        mHeldChanged.broadcast();
     }
     bool waitHeld() {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mHeldChanged.wait_for(lock, std::chrono::seconds(60), [this] { return mHeld; });
+        Mutex::Autolock guard(mLock);
+        const Deadline deadline(kTestWait);
+        while (!mHeld) {
+            if (!deadline.wait(mHeldChanged, mLock)) return false;
+        }
+        return true;
     }
     void holdPoint() {
-        std::unique_lock<std::mutex> lock(mLock);
+        Mutex::Autolock guard(mLock);
         if (!mHold) return;
         mHeld = true;
-        mHeldChanged.notify_all();
-        mHeldChanged.wait(lock, [this] { return !mHold; });
+        mHeldChanged.broadcast();
+        while (mHold) mHeldChanged.wait(mLock);
         mHeld = false;
     }
     void noteClosed() {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         ++mClosedCount;
-        mHeldChanged.notify_all();
+        mHeldChanged.broadcast();
     }
     uint64_t closedCount() {
-        std::lock_guard<std::mutex> guard(mLock);
+        Mutex::Autolock guard(mLock);
         return mClosedCount;
     }
     bool waitClosed(uint64_t count) {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mHeldChanged.wait_for(lock, std::chrono::seconds(60),
-                                     [&] { return mClosedCount >= count; });
+        Mutex::Autolock guard(mLock);
+        const Deadline deadline(kTestWait);
+        while (mClosedCount < count) {
+            if (!deadline.wait(mHeldChanged, mLock)) return false;
+        }
+        return true;
     }
     bool waitIdle() {
-        std::unique_lock<std::mutex> lock(mLock);
+        Mutex::Autolock guard(mLock);
         mPending = true;
-        mWake.notify_one();
-        return mIdle.wait_for(lock, std::chrono::seconds(60),
-                              [this] { return mRecorders.empty(); });
+        mWake.signal();
+        const Deadline deadline(kTestWait);
+        while (!mRecorders.empty()) {
+            if (!deadline.wait(mIdle, mLock)) return false;
+        }
+        return true;
     }
 
   private:
@@ -318,12 +348,14 @@ class TavroRecordWriter {
         for (;;) {
             std::vector<std::shared_ptr<TavroSessionRecorder>> recorders;
             {
-                std::unique_lock<std::mutex> lock(mLock);
+                Mutex::Autolock guard(mLock);
                 // A flush a second at the latest keeps a device's file current within a second.
                 if (mRecorders.empty()) {
-                    mWake.wait(lock, [this] { return mPending; });
+                    while (!mPending) mWake.wait(mLock);
                 } else {
-                    mWake.wait_for(lock, std::chrono::seconds(1), [this] { return mPending; });
+                    const Deadline deadline(std::chrono::seconds(1));
+                    while (!mPending && deadline.wait(mWake, mLock)) {
+                    }
                 }
                 mPending = false;
                 recorders = mRecorders;
@@ -332,27 +364,30 @@ class TavroRecordWriter {
             for (const auto& recorder : recorders) {
                 if (recorder->flushOnWriter()) finished.push_back(recorder.get());
             }
-            std::lock_guard<std::mutex> guard(mLock);
+            Mutex::Autolock guard(mLock);
             mRecorders.erase(std::remove_if(mRecorders.begin(), mRecorders.end(),
                                             [&](const auto& r) {
                                                 return std::find(finished.begin(), finished.end(),
                                                                  r.get()) != finished.end();
                                             }),
                              mRecorders.end());
-            if (mRecorders.empty()) mIdle.notify_all();
+            if (mRecorders.empty()) mIdle.broadcast();
         }
     }
 
-    std::mutex mLock;
-    std::condition_variable mWake;
-    std::condition_variable mIdle;
-    std::condition_variable mHeldChanged;
-    std::vector<std::shared_ptr<TavroSessionRecorder>> mRecorders;  // guarded by mLock
-    bool mStarted = false;                                          // guarded by mLock
-    bool mPending = false;                                          // guarded by mLock
-    bool mHold = false;                                             // guarded by mLock
-    bool mHeld = false;                                             // guarded by mLock
-    uint64_t mClosedCount = 0;                                      // guarded by mLock
+    // How long a test hook waits before it reports failure instead of hanging the test.
+    static constexpr std::chrono::seconds kTestWait{60};
+
+    Mutex mLock;
+    Condition mWake;
+    Condition mIdle;
+    Condition mHeldChanged;
+    std::vector<std::shared_ptr<TavroSessionRecorder>> mRecorders GUARDED_BY(mLock);
+    bool mStarted GUARDED_BY(mLock) = false;
+    bool mPending GUARDED_BY(mLock) = false;
+    bool mHold GUARDED_BY(mLock) = false;
+    bool mHeld GUARDED_BY(mLock) = false;
+    uint64_t mClosedCount GUARDED_BY(mLock) = 0;
 };
 
 // ---- The recording's life ------------------------------------------------------------------
@@ -402,7 +437,7 @@ bool TavroSessionRecorder::flushOnWriter() {
         int index;
         size_t used;
         {
-            std::lock_guard<std::mutex> guard(mBufLock);
+            Mutex::Autolock guard(mBufLock);
             index = mActive;
             used = mUsed[index];
             if (used > 0) mActive = 1 - index;
@@ -412,22 +447,22 @@ bool TavroSessionRecorder::flushOnWriter() {
         TavroRecordWriter::get().holdPoint();
         if (!f.failed) encodeRecords(mBuf[index].get(), used);
         {
-            std::lock_guard<std::mutex> guard(mBufLock);
+            Mutex::Autolock guard(mBufLock);
             mUsed[index] = 0;
         }
-        mBufSpace.notify_all();
+        mBufSpace.broadcast();
     }
     bool closed;
     {
-        std::lock_guard<std::mutex> guard(mBufLock);
+        Mutex::Autolock guard(mBufLock);
         closed = mClosed && mUsed[mActive] == 0;
     }
     if (!f.failed) writeOut();
     {
-        std::lock_guard<std::mutex> guard(mBufLock);
+        Mutex::Autolock guard(mBufLock);
         mWritten = mTaken;
     }
-    mBufSpace.notify_all();
+    mBufSpace.broadcast();
     if (closed || f.failed) {
         // A failed recording keeps accepting nothing; it is done once its codec is gone.
         if (f.fd >= 0 && closed) {
@@ -620,7 +655,7 @@ void TavroSessionRecorder::encodeOne(RecordKind kind, int64_t clockNs, uint8_t f
 
 std::string TavroSessionRecorder::worldJson() {
     const FileState& f = *mFile;
-    std::lock_guard<std::mutex> guard(mWorldLock);
+    Mutex::Autolock guard(mWorldLock);
     const World& w = *mWorld;
     std::string out = "\n],\n\"comment\":";
     std::string comment = "Session of " + w.component + " recorded by the Tavro codec plug-in (" +
@@ -761,7 +796,7 @@ bool TavroSessionRecorder::openFile() {
     FileState& f = *mFile;
     std::string component;
     {
-        std::lock_guard<std::mutex> guard(mWorldLock);
+        Mutex::Autolock guard(mWorldLock);
         component = mWorld->component;
     }
     if (component.empty()) return false;
@@ -817,7 +852,7 @@ void TavroSessionRecorder::abandon(const char* why, int error) {
     bool deferred = false;
     {
         // Logged by the codec's next operation, on its thread; once the codec is gone, here.
-        std::lock_guard<std::mutex> guard(mBufLock);
+        Mutex::Autolock guard(mBufLock);
         if (!mClosed) {
             mWarning = warning;
             mWarningPending.store(true, std::memory_order_relaxed);
