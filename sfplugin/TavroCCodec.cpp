@@ -253,14 +253,13 @@ void TavroCCodec::reportOverLoadInfo() {
 
 void TavroCCodec::onWorkDone(std::list<std::unique_ptr<C2Work>>& works) {
     TavroSessionRecorder* recorder = mRecorder.get();
-    if (recorder == nullptr) {
-        checkHDRType(works);
-    } else {
+    std::shared_ptr<const C2Info> color;
+    std::shared_ptr<const C2Info> dynamic;
+    checkHDRType(works, recorder != nullptr ? &color : nullptr,
+                 recorder != nullptr ? &dynamic : nullptr);
+    if (recorder != nullptr) {
         // Each work is an output of its own in the recording; the HDR infos belong to the first,
         // the only one the check reads.
-        std::shared_ptr<const C2Info> color;
-        std::shared_ptr<const C2Info> dynamic;
-        checkHDRType(works, &color, &dynamic);
         bool first = true;
         for (const std::unique_ptr<C2Work>& work : works) {
             if (work != nullptr) {

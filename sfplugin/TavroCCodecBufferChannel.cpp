@@ -145,20 +145,18 @@ int64_t TavroCCodecBufferChannel::metaTimeUs(const sp<MediaCodecBuffer>& buffer)
     return timeUs;
 }
 
-int64_t TavroCCodecBufferChannel::metaTimeMs(const sp<MediaCodecBuffer>& buffer) {
-    return metaTimeUs(buffer) / 1000;
-}
-
 status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>& buffer,
                                                       int64_t timestampNs) {
-    if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
-        recorder->onRender(metaTimeUs(buffer), timestampNs);
-    }
+    TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed);
+    const bool watchSpeed = mFFModeStatus.load(std::memory_order_relaxed);
+    // The buffer's time is read once per frame, and only when someone uses it.
+    const int64_t timeUs = recorder != nullptr || watchSpeed ? metaTimeUs(buffer) : 0;
+    if (recorder != nullptr) recorder->onRender(timeUs, timestampNs);
     if (mAnalysisFPS != nullptr) mAnalysisFPS->renderBuffer(timestampNs);
     if (mTavroCallback != nullptr) mTavroCallback->renderOutputBuffer(buffer, timestampNs);
-    if (mFFModeStatus.load(std::memory_order_relaxed)) {
+    if (watchSpeed) {
         // Both truncate toward zero; a negative time wraps, which the history treats as a jump.
-        onRenderSample(static_cast<uint64_t>(metaTimeMs(buffer)),
+        onRenderSample(static_cast<uint64_t>(timeUs / 1000),
                        static_cast<uint64_t>(timestampNs / 1000000));
     }
     const status_t err = CCodecBufferChannel::renderOutputBuffer(buffer, timestampNs);
@@ -169,14 +167,13 @@ status_t TavroCCodecBufferChannel::renderOutputBuffer(const sp<MediaCodecBuffer>
 }
 
 status_t TavroCCodecBufferChannel::discardBuffer(const sp<MediaCodecBuffer>& buffer) {
-    if (TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed)) {
-        recorder->onDiscard(metaTimeUs(buffer));
-    }
+    TavroSessionRecorder* recorder = mRecorder.load(std::memory_order_relaxed);
+    const bool watchSpeed = mFFModeStatus.load(std::memory_order_relaxed);
+    const int64_t timeUs = recorder != nullptr || watchSpeed ? metaTimeUs(buffer) : 0;
+    if (recorder != nullptr) recorder->onDiscard(timeUs);
     if (mAnalysisFPS != nullptr) mAnalysisFPS->discardBuffer();
-    if (mFFModeStatus.load(std::memory_order_relaxed)) {
-        // Render time 0 marks the frame as dropped.
-        onRenderSample(static_cast<uint64_t>(metaTimeMs(buffer)), 0);
-    }
+    // Render time 0 marks the frame as dropped.
+    if (watchSpeed) onRenderSample(static_cast<uint64_t>(timeUs / 1000), 0);
     return CCodecBufferChannel::discardBuffer(buffer);
 }
 
@@ -394,21 +391,12 @@ bool TavroCCodecBufferChannel::isFileFpsChanged() {
 }
 
 void TavroCCodecBufferChannel::setFFmode() {
-    bool fileFpsChanged;
-    float fileFps;
-    {
-        Mutex::Autolock lock(mLock);
-        fileFpsChanged = mDetector.checkFileFps();
-        fileFps = mDetector.fileFps();
-    }
     TavroSpeedDecision d;
     {
         Mutex::Autolock lock(mLock);
-        d = mDetector.decideSpeed();
+        d = mDetector.decide();
     }
     logSpeedDecision(d);
-    d.fileFpsChanged = fileFpsChanged;
-    d.fileFps = fileFps;
     actOnDecision(d);
 }
 

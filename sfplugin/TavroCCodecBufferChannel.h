@@ -172,8 +172,7 @@ class TavroCCodecBufferChannel : public CCodecBufferChannel {
     void actOnDecision(const TavroSpeedDecision& d) EXCLUDES(mLock);
     // Writes one 12-byte record; returns the platform status.
     status_t writeVendorParamU32(uint32_t index, uint32_t value);
-    // "timeUs" of the buffer's meta in ms (or µs), 0 when absent.
-    static int64_t metaTimeMs(const sp<MediaCodecBuffer>& buffer);
+    // "timeUs" of the buffer's meta, 0 when absent.
     static int64_t metaTimeUs(const sp<MediaCodecBuffer>& buffer);
     void scanWorkResults(const C2Worklet& worklet);
 

@@ -69,54 +69,60 @@ bool TavroSpeedDetector::checkFileFps() {
     return false;
 }
 
+bool TavroSpeedDetector::walkSpans(size_t spans, bool (*decisive)(const cRenderTimeInfo&),
+                                   TavroSpeedDecision* d) const {
+    // A sample without any ratio cannot count but does not end the walk.
+    bool result = true;
+    for (size_t j = 0; j < spans; ++j) {
+        const cRenderTimeInfo& s = at(mCount - 1 - j * T::kSpan);
+        if (!hasRatio(s)) {
+            result = false;
+            continue;
+        }
+        walk(d, s);
+        if (decisive(s)) return false;
+    }
+    return result;
+}
+
 TavroSpeedDecision TavroSpeedDetector::decideSpeed() const {
     TavroSpeedDecision d;
     d.fastMode = mFastMode;
     d.historySize = mCount;
-    const size_t n = mCount;
-    if (!mFastMode && n >= T::kEnterSamples) {
-        // Every walked span must be fast; one without any ratio cannot count, and one below the
-        // line ends the test at once.
-        bool result = true;
-        for (size_t j = 0; j < T::kEnterSpans; ++j) {
-            const cRenderTimeInfo& s = at(n - 1 - j * T::kSpan);
-            if (!hasRatio(s)) {
-                result = false;
-                continue;
-            }
-            walk(&d, s);
-            if (s.speed < T::kFastSpeed && s.speed2 < T::kFastSpeed) return d;
-        }
-        d.speedChanged = result;
-    } else if (mFastMode && n >= T::kLeaveSamples) {
-        bool result = true;
-        for (size_t j = 0; j < T::kLeaveSpans; ++j) {
-            const cRenderTimeInfo& s = at(n - 1 - j * T::kSpan);
-            if (!hasRatio(s)) {
-                result = false;
-                continue;
-            }
-            walk(&d, s);
-            if (s.speed > T::kFastSpeed || s.speed2 > T::kFastSpeed) {
-                result = false;
-                break;
-            }
-        }
-        d.speedChanged = result;
-    } else if (mFastMode && n <= T::kResetMaxSamples) {
+    if (!mFastMode && mCount >= T::kEnterSamples) {
+        // Every walked span must be fast; one below the line ends the test at once.
+        d.speedChanged = walkSpans(
+                T::kEnterSpans,
+                [](const cRenderTimeInfo& s) {
+                    return s.speed < T::kFastSpeed && s.speed2 < T::kFastSpeed;
+                },
+                &d);
+    } else if (mFastMode && mCount >= T::kLeaveSamples) {
+        // Every walked span must be back at normal speed; one above the line ends the test.
+        d.speedChanged = walkSpans(
+                T::kLeaveSpans,
+                [](const cRenderTimeInfo& s) {
+                    return s.speed > T::kFastSpeed || s.speed2 > T::kFastSpeed;
+                },
+                &d);
+    } else if (mFastMode && mCount <= T::kResetMaxSamples) {
         d.speedChanged = true;
         d.reset = true;
     }
     return d;
 }
 
-TavroSpeedDecision TavroSpeedDetector::onSample(uint64_t ptsMs, uint64_t renderMs, uint64_t sysMs) {
-    addSample(ptsMs, renderMs, sysMs);
+TavroSpeedDecision TavroSpeedDetector::decide() {
     const bool fileFpsChanged = checkFileFps();
     TavroSpeedDecision d = decideSpeed();
     d.fileFpsChanged = fileFpsChanged;
     d.fileFps = mFileFps;
     return d;
+}
+
+TavroSpeedDecision TavroSpeedDetector::onSample(uint64_t ptsMs, uint64_t renderMs, uint64_t sysMs) {
+    addSample(ptsMs, renderMs, sysMs);
+    return decide();
 }
 
 }  // namespace android

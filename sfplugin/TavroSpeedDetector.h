@@ -101,6 +101,8 @@ class TavroSpeedDetector {
     // history whose last kLeaveSpans spans all have a ratio and none above kFastSpeed, or
     // kResetMaxSamples or fewer (reset). Exactly 1.2 is fast both ways.
     TavroSpeedDecision decideSpeed() const;
+    // The content-rate test, then the speed test: the whole decision on the samples held.
+    TavroSpeedDecision decide();
 
     // The component's mode as the caller last switched it; decisions are made against it.
     void setFastMode(bool fast) { mFastMode = fast; }
@@ -119,6 +121,10 @@ class TavroSpeedDetector {
     cRenderTimeInfo& at(size_t i) { return mSamples[wrap(mHead + i)]; }
     const cRenderTimeInfo& at(size_t i) const { return mSamples[wrap(mHead + i)]; }
     void push(uint64_t ptsMs, uint64_t renderMs, uint64_t sysMs);
+    // Walks `spans` samples a span apart, newest first, into d->walked. False when one of them
+    // has no ratio or `decisive` holds for one (which ends the walk).
+    bool walkSpans(size_t spans, bool (*decisive)(const cRenderTimeInfo&),
+                   TavroSpeedDecision* d) const;
 
     // A fixed ring holding the newest kHistorySize samples, so that a frame never allocates.
     std::array<cRenderTimeInfo, T::kHistorySize> mSamples;
