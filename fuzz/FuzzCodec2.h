@@ -14,6 +14,8 @@
 #include <C2Param.h>
 #include <host/HostC2.h>
 
+#include "FuzzWorld.h"
+
 namespace android {
 namespace fuzz {
 
@@ -21,8 +23,7 @@ namespace fuzz {
 // from 0 to 16 bytes past it (the host maker zero-fills an allocation that large).
 inline std::pair<std::vector<uint8_t>, uint32_t> consumeRecord(FuzzedDataProvider& fdp,
                                                                size_t maxPayload) {
-    std::vector<uint8_t> payload =
-            fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, maxPayload));
+    std::vector<uint8_t> payload = consumeUpTo(fdp, maxPayload);
     const uint32_t honest = static_cast<uint32_t>(8 + payload.size());
     const uint32_t sizeField =
             fdp.ConsumeBool() ? honest : fdp.ConsumeIntegralInRange<uint32_t>(0, honest + 16);
@@ -46,12 +47,24 @@ template <size_t N>
 uint32_t consumeIndex(FuzzedDataProvider& fdp, const uint32_t (&known)[N]) {
     switch (fdp.ConsumeIntegralInRange<int>(0, 2)) {
         case 0:
-            return known[fdp.ConsumeIntegralInRange<size_t>(0, N - 1)];
+            return pick(fdp, known);
         case 1:
-            return known[fdp.ConsumeIntegralInRange<size_t>(0, N - 1)] ^
-                   (fdp.ConsumeIntegral<uint32_t>() & 0x33F00000u);
+            return pick(fdp, known) ^ (fdp.ConsumeIntegral<uint32_t>() & 0x33F00000u);
         default:
             return fdp.ConsumeIntegral<uint32_t>();
+    }
+}
+
+// Up to `most` entries appended to `out`, their count taken first: one in eight null, the others
+// made by `make`.
+template <typename Container, typename Make>
+void consumeSome(FuzzedDataProvider& fdp, int most, Container& out, Make make) {
+    for (int n = fdp.ConsumeIntegralInRange<int>(0, most); n > 0; --n) {
+        if (oneInEight(fdp)) {
+            out.push_back(nullptr);
+        } else {
+            out.push_back(make());
+        }
     }
 }
 

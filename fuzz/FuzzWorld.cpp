@@ -1,12 +1,14 @@
 #include "FuzzWorld.h"
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <typeinfo>
@@ -33,8 +35,9 @@ namespace {
 
 // Nothing in the library may throw; should something still escape, say what before aborting.
 [[noreturn]] void onTerminate() {
-    const char* what = "unknown";
+    const char* what = "terminate without an exception";
     if (std::exception_ptr e = std::current_exception()) {
+        what = "unknown";
         try {
             std::rethrow_exception(e);
         } catch (const std::exception& ex) {
@@ -42,8 +45,6 @@ namespace {
             abort();
         } catch (...) {
         }
-    } else {
-        what = "terminate without an exception";
     }
     fprintf(stderr, "==fuzz== uncaught exception (%s)\n", what);
     abort();
@@ -57,47 +58,8 @@ std::string& procRoot() {
     return *root;
 }
 
-void writeFile(const std::string& path, const std::string& bytes) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) return;
-    if (::write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-        fprintf(stderr, "==fuzz== short write to %s\n", path.c_str());
-    }
-    ::close(fd);
-}
-
-}  // namespace
-
-std::string makeScratchDir(const char* name) {
-    std::string dir = access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "/tmp/";
-    dir += name;
-    dir += "-XXXXXX";
-    if (mkdtemp(&dir[0]) == nullptr) {
-        fprintf(stderr, "==fuzz== cannot make %s\n", dir.c_str());
-        abort();
-    }
-    return dir;
-}
-
-namespace {
-
 // Threads of the fixture process: the main thread and the ones boost rules name most.
 const char* const kFixtureThreads[] = {"fuzz.app", "NuPlayerRender", "MediaCodec_loop", "AudioOut"};
-
-void removeProcFixture() {
-    const std::string& root = procRoot();
-    const std::string pidDir = root + "/" + std::to_string(getpid());
-    for (size_t i = 0; i < sizeof(kFixtureThreads) / sizeof(kFixtureThreads[0]); ++i) {
-        const std::string taskDir = pidDir + "/task/" + std::to_string(getpid() + i);
-        ::unlink((taskDir + "/comm").c_str());
-        ::rmdir(taskDir.c_str());
-    }
-    ::rmdir((pidDir + "/task").c_str());
-    ::unlink((pidDir + "/cmdline").c_str());
-    ::rmdir(pidDir.c_str());
-    ::unlink((root + "/meminfo").c_str());
-    ::rmdir(root.c_str());
-}
 
 // The process as the probes see it: its command line, its threads' names, the free memory.
 void makeProcFixture() {
@@ -107,7 +69,7 @@ void makeProcFixture() {
     ::mkdir(pidDir.c_str(), 0755);
     writeFile(pidDir + "/cmdline", std::string(kFixtureThreads[0]) + '\0' + "--fuzz" + '\0');
     ::mkdir((pidDir + "/task").c_str(), 0755);
-    for (size_t i = 0; i < sizeof(kFixtureThreads) / sizeof(kFixtureThreads[0]); ++i) {
+    for (size_t i = 0; i < std::size(kFixtureThreads); ++i) {
         const std::string taskDir = pidDir + "/task/" + std::to_string(getpid() + i);
         ::mkdir(taskDir.c_str(), 0755);
         writeFile(taskDir + "/comm", std::string(kFixtureThreads[i]) + "\n");
@@ -115,7 +77,7 @@ void makeProcFixture() {
     writeFile(root + "/meminfo",
               "MemTotal:        7813772 kB\nMemFree:          512000 kB\n"
               "MemAvailable:    3145728 kB\n");
-    atexit(removeProcFixture);
+    atexit([] { removeTree(procRoot()); });
 }
 
 // Empties every store an input may fill. The proc roots are left alone: they are set once, and a
@@ -180,6 +142,36 @@ FuzzInput::~FuzzInput() {
     emptyFuzzWorld();
 }
 
+void writeFile(const std::string& path, const std::string& bytes) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) return;
+    for (size_t done = 0; done < bytes.size();) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n <= 0) break;
+        done += static_cast<size_t>(n);
+    }
+    ::close(fd);
+}
+
+void removeTree(const std::string& dir) {
+    // Deepest first and without following links: remove() takes files and emptied directories.
+    ::nftw(
+            dir.c_str(),
+            [](const char* path, const struct stat*, int, FTW*) { return ::remove(path); }, 16,
+            FTW_DEPTH | FTW_PHYS);
+}
+
+std::string makeScratchDir(const char* name) {
+    std::string dir = access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "/tmp/";
+    dir += name;
+    dir += "-XXXXXX";
+    if (mkdtemp(&dir[0]) == nullptr) {
+        fprintf(stderr, "==fuzz== cannot make %s\n", dir.c_str());
+        abort();
+    }
+    return dir;
+}
+
 const std::string& named(const char* text) {
     // Never destroyed: the strings are handed out for the process's life.
     static auto* names = new std::unordered_map<const char*, std::string>();
@@ -191,6 +183,12 @@ const std::string& named(const char* text) {
 bool areaFits(int32_t width, int32_t height) {
     int32_t area;
     return !__builtin_mul_overflow(width, height, &area);
+}
+
+std::string deliveredText(const std::string& text, size_t limit) {
+    std::string cut(text.c_str());
+    if (cut.size() > limit) cut.resize(limit);
+    return cut;
 }
 
 bool boostInfoAreaFits(const std::string& boostInfo) {

@@ -4,10 +4,15 @@
 #pragma once
 
 #include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace android {
 namespace fuzz {
@@ -28,6 +33,12 @@ const std::string& fuzzProcRoot();
 // cannot. On tmpfs when the machine has one (/dev/shm), so that files made per input cost no
 // disk work. The caller removes it.
 std::string makeScratchDir(const char* name);
+
+// Writes `bytes` to `path`, made or truncated; a path that cannot be opened is left alone.
+void writeFile(const std::string& path, const std::string& bytes);
+
+// Removes `dir` and everything below it.
+void removeTree(const std::string& dir);
 
 // Sets the log level property ("debug.tavro.video.log.enable").
 void setFuzzLogLevel(const char* level);
@@ -70,8 +81,50 @@ const std::string& named(const char* text);
 // that does not fit is the white list's named fatal check, which a fuzzer must not feed.
 bool areaFits(int32_t width, int32_t height);
 
+// What a reader with room for `limit` characters gets of `text`: cut at the first NUL and after
+// `limit` characters.
+std::string deliveredText(const std::string& text, size_t limit);
+
 // True when `boostInfo` parses to a rule whose area limit fits (or that is rejected anyway).
 bool boostInfoAreaFits(const std::string& boostInfo);
+
+// An oracle: a broken one is named on stderr and aborts the run (a crash for libFuzzer).
+inline void check(bool ok, const char* what) {
+    if (ok) return;
+    fprintf(stderr, "==fuzz== broken: %s\n", what);
+    abort();
+}
+
+// One of `table`'s entries.
+template <typename T, size_t N>
+T pick(FuzzedDataProvider& fdp, T const (&table)[N]) {
+    return table[fdp.ConsumeIntegralInRange<size_t>(0, N - 1)];
+}
+
+// True for one value of eight: the rare shapes (a null record, a task that is a file) stay rare.
+inline bool oneInEight(FuzzedDataProvider& fdp) {
+    return fdp.ConsumeIntegralInRange<int>(0, 7) == 0;
+}
+
+// Up to `maxSize` input bytes, their count taken first.
+inline std::vector<uint8_t> consumeUpTo(FuzzedDataProvider& fdp, size_t maxSize) {
+    return fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, maxSize));
+}
+
+// consumeUpTo() in a block of exactly their size, so that a read past them is caught; null when
+// there are none.
+struct ExactBytes {
+    std::unique_ptr<uint8_t[]> data;
+    uint32_t size = 0;
+};
+inline ExactBytes consumeExactBytes(FuzzedDataProvider& fdp, size_t maxSize) {
+    const std::vector<uint8_t> bytes = consumeUpTo(fdp, maxSize);
+    ExactBytes out;
+    out.size = static_cast<uint32_t>(bytes.size());
+    if (!bytes.empty()) out.data.reset(new uint8_t[bytes.size()]);
+    std::copy(bytes.begin(), bytes.end(), out.data.get());
+    return out;
+}
 
 }  // namespace fuzz
 }  // namespace android

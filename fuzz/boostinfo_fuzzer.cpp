@@ -2,9 +2,6 @@
 // cluster opcode encoders, condition matching, and the manager's whole lookup with the string as
 // the list service's answer. Oracles: parsing is deterministic, split pieces never hold their
 // delimiter, a rejected string names a bad "schedVideo"/"schedAudio".
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <map>
@@ -18,21 +15,9 @@
 #include "whitelist/TavroWhiteListCacheMgr.h"
 
 using namespace android;
+using android::fuzz::check;
 
 namespace {
-
-// What the list service hands over for `text`: cut at the first NUL and at the buffer size.
-std::string asListAnswer(const std::string& text) {
-    std::string answer(text.c_str());
-    if (answer.size() >= kBoostInfoBufferSize) answer.resize(kBoostInfoBufferSize - 1);
-    return answer;
-}
-
-void check(bool ok, const char* what) {
-    if (ok) return;
-    fprintf(stderr, "==fuzz== broken: %s\n", what);
-    abort();
-}
 
 bool sameRule(const MediaBoostInfo& a, const MediaBoostInfo& b) {
     const BoostConditionInfo& c = a.condition;
@@ -46,18 +31,6 @@ bool sameRule(const MediaBoostInfo& a, const MediaBoostInfo& b) {
            a.clusterInfo.clusterMinFreq == b.clusterInfo.clusterMinFreq &&
            a.clusterInfo.freqRate == b.clusterInfo.freqRate &&
            a.clusterInfo.uclampIndex == b.clusterInfo.uclampIndex;
-}
-
-TavroMediaInfo videoDecoder(const char* mime, const char* component, int32_t width,
-                            int32_t height) {
-    TavroMediaInfo media;
-    media.mime = mime;
-    media.component = component;
-    media.width = width;
-    media.height = height;
-    media.isVideo = 1;
-    media.isEncoder = 0;
-    return media;
 }
 
 }  // namespace
@@ -100,15 +73,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         TavroWhiteListCacheMgr* manager = TavroWhiteListCacheMgr::getInstance();
         if (manager->init() &&
             fuzz::areaFits(info->condition.limitWidth, info->condition.limitHeight)) {
-            const TavroMediaInfo video =
-                    videoDecoder("video/avc", "c2.qti.avc.decoder", 1920, 1080);
-            TavroMediaInfo audio;
-            audio.mime = "audio/mp4a-latm";
-            audio.component = "c2.android.aac.decoder";
-            audio.sampleRate = 48000;
-            audio.channelCount = 2;
-            audio.isVideo = 0;
-            audio.isEncoder = 0;
+            const TavroMediaInfo video = {
+                    "video/avc", "c2.qti.avc.decoder", 1920, 1080, 0, 0, 0, 0, 0, 1, 0};
+            const TavroMediaInfo audio = {
+                    "audio/mp4a-latm", "c2.android.aac.decoder", 0, 0, 0, 48000, 0, 2, 0, 0, 0};
             (void)checkPrecondition(manager->platform(), video, info->condition);
             (void)checkPrecondition(manager->platform(), audio, info->condition);
         }
@@ -132,7 +100,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     // The whole lookup of an app, with the string as its "media-sched-boost" and top-activity
     // "vdec-cpu-boost" answers (the cluster half is only ever asked for video).
-    const std::string answer = asListAnswer(text);
+    // The list service hands over the text up to its first NUL and its buffer size.
+    const std::string answer = fuzz::deliveredText(text, kBoostInfoBufferSize - 1);
     // Most answers are the text itself, whose parse is known already.
     const bool fits = answer == text ? !ok || fuzz::areaFits(info->condition.limitWidth,
                                                              info->condition.limitHeight)
@@ -143,7 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                         static_cast<int64_t>(getuid()), answer);
         host::HostListService::setTopActivity(-1, activity);
         host::HostListService::setByActivity(fuzz::named(kListVdecCpuBoost), activity, answer);
-        const TavroMediaInfo media = videoDecoder("video/hevc", "c2.qti.hevc.decoder", 3840, 2160);
+        const TavroMediaInfo media = {
+                "video/hevc", "c2.qti.hevc.decoder", 3840, 2160, 0, 0, 0, 0, 0, 1, 0};
         TavroUxInfo ux;
         TavroClusterInfo cluster;
         TavroWhiteListCacheMgr::getInstance()->getBoostInfo(static_cast<int32_t>(getpid()), media,

@@ -2,12 +2,8 @@
 // (per-uid and top-activity answers of every list the steps and the boost client read), a few
 // platform properties and the app's format, then plays one codec through allocate, configure,
 // start, set-parameters, timers and shutdown on a manual looper.
-#include <stddef.h>
-#include <stdint.h>
 #include <string.h>
 #include <unistd.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
 
 #include <string>
 
@@ -31,6 +27,7 @@
 #include "whitelist/TavroWhiteListCacheMgr.h"
 
 using namespace android;
+using android::fuzz::pick;
 
 namespace {
 
@@ -42,39 +39,16 @@ sp<ALooper> sLooper;
 
 // Every list a configure step or the boost client reads.
 const char* const kLists[] = {
-        kListEncoderBitrateMode,
-        kListCodec2OutputDelay,
-        kListDolbyDownscaleBlackList,
-        kListDolbyOutputYuv,
-        kListQcomEncodeOptimization,
-        kListMtkColorConvert,
-        kListCodecBatchMode,
-        kListKeyPriorityEncoder,
-        kListKeyPriority,
-        kListEncodeUsageFlag,
-        kListEncoderScene,
-        kListEncoderPreProcess,
-        kListQcomEncodeGop,
-        kListQcomQpRange,
-        kListEncoderBFrame,
-        kListQcomEnableCac,
-        kListEncodeQpRange,
-        kListStartupOperatingRate,
-        kListSrControlByApp,
-        kListEnableTonemapActivity,
-        kListDisableVideoShaper,
-        kListVideoStatistics,
-        kListVideoEncoderStatistics,
-        kListMediaSchedBoost,
-        kListVencCpuBoost,
-        kListVdecCpuBoost,
+        kListEncoderBitrateMode, kListCodec2OutputDelay, kListDolbyDownscaleBlackList,
+        kListDolbyOutputYuv, kListQcomEncodeOptimization, kListMtkColorConvert, kListCodecBatchMode,
+        kListKeyPriorityEncoder, kListKeyPriority, kListEncodeUsageFlag, kListEncoderScene,
+        kListEncoderPreProcess, kListQcomEncodeGop, kListQcomQpRange, kListEncoderBFrame,
+        kListQcomEnableCac, kListEncodeQpRange, kListStartupOperatingRate, kListSrControlByApp,
+        kListEnableTonemapActivity, kListDisableVideoShaper, kListVideoStatistics,
+        kListVideoEncoderStatistics, kListMediaSchedBoost, kListVencCpuBoost, kListVdecCpuBoost,
         // Post-processing white lists, one per list type.
-        "sr-lumo-whitelist",
-        "sr-lumo-whitelist-720p",
-        "sr-lumo-whitelist-480p-V1",
-        "sr-lumo-whitelist-new",
-        "sr-lumo-whitelist-del-ugc",
-};
+        "sr-lumo-whitelist", "sr-lumo-whitelist-720p", "sr-lumo-whitelist-480p-V1",
+        "sr-lumo-whitelist-new", "sr-lumo-whitelist-del-ugc"};
 
 // Lists whose answers are boost-info strings (the white list matches their area limits).
 bool holdsBoostInfo(const char* list) {
@@ -134,15 +108,8 @@ const IntKey kIntKeys[] = {
 const char* const kFloatKeys[] = {kKeyFrameRate, kKeyOperatingRate, kKeyIFrameInterval};
 const char* const kInt64Keys[] = {kKeyFeedbackKey, kKeyVppWhiteListValue};
 
-template <typename T, size_t N>
-T pick(FuzzedDataProvider& fdp, T const (&table)[N]) {
-    return table[fdp.ConsumeIntegralInRange<size_t>(0, N - 1)];
-}
-
 std::string boostInfoSafe(const std::string& text, size_t limit) {
-    std::string cut(text.c_str());
-    if (cut.size() > limit) cut.resize(limit);
-    return fuzz::boostInfoAreaFits(cut) ? text : std::string();
+    return fuzz::boostInfoAreaFits(fuzz::deliveredText(text, limit)) ? text : std::string();
 }
 
 }  // namespace

@@ -1,11 +1,6 @@
 // HDR info blobs: the MSB-first bit reader over any bytes and any read widths, the colour-aspects
 // and dynamic-metadata classifiers over records whose size fields may lie, the channel's HDR Vivid
 // header test, and the codec's HDR check over output works carrying such records.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
 
 #include <list>
 #include <memory>
@@ -29,30 +24,19 @@ namespace {
 
 constexpr uint32_t kKnownIndices[] = {kColorAspectsInfoIndex, kHdr10PlusInfoIndex};
 
-void check(bool ok, const char* what) {
-    if (ok) return;
-    fprintf(stderr, "==fuzz== broken: %s\n", what);
-    abort();
-}
-
 void readBits(FuzzedDataProvider& fdp) {
     const int reads = fdp.ConsumeIntegralInRange<int>(0, 12);
     std::vector<uint32_t> widths;
     for (int i = 0; i < reads; ++i) widths.push_back(fdp.ConsumeIntegralInRange<uint32_t>(0, 40));
     uint32_t bitPos = fdp.ConsumeIntegralInRange<uint32_t>(0, 15);
-    // An allocation of exactly the bytes read, so that a read past them is caught.
-    const std::vector<uint8_t> bytes =
-            fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, 64));
-    std::unique_ptr<uint8_t[]> exact(new uint8_t[bytes.size() + (bytes.empty() ? 1 : 0)]);
-    std::copy(bytes.begin(), bytes.end(), exact.get());
-    uint32_t length = static_cast<uint32_t>(bytes.size());
+    const fuzz::ExactBytes bytes = fuzz::consumeExactBytes(fdp, 64);
+    uint32_t length = bytes.size;
     uint32_t bytePos = 0;
     for (uint32_t nbits : widths) {
-        (void)getValueFromByteArray(bytes.empty() ? nullptr : exact.get(), &length, &bytePos,
-                                    &bitPos, nbits);
-        check(bytes.empty() || bytePos <= length, "byte position past the data");
+        (void)getValueFromByteArray(bytes.data.get(), &length, &bytePos, &bitPos, nbits);
+        fuzz::check(bytes.size == 0 || bytePos <= length, "byte position past the data");
         // A read of at least one bit normalises the position; a read of none leaves it alone.
-        check(bytes.empty() || nbits == 0 || bitPos <= 7, "bit position above 7");
+        fuzz::check(bytes.size == 0 || nbits == 0 || bitPos <= 7, "bit position above 7");
     }
 }
 
@@ -62,23 +46,21 @@ void classify(FuzzedDataProvider& fdp) {
     int32_t type = fdp.ConsumeIntegralInRange<int32_t>(0, 5);
     const int32_t before = type;
     checkColorAspectsInfo(aspects, &type);
-    check(type == before || type == kHdrTypeHdr10 || type == kHdrTypeHlg, "aspects gave a kind");
+    fuzz::check(type == before || type == kHdrTypeHdr10 || type == kHdrTypeHlg,
+                "aspects gave a kind");
     const bool vivid = isHDRVivid(dynamic);
     checkHdr10PlusInfo(dynamic, &type);
-    check(type == (vivid ? kHdrTypeHdrVivid : kHdrTypeHdr10Plus), "dynamic metadata kind");
+    fuzz::check(type == (vivid ? kHdrTypeHdrVivid : kHdrTypeHdr10Plus), "dynamic metadata kind");
     checkColorAspectsInfo(nullptr, &type);
     checkHdr10PlusInfo(dynamic, nullptr);
 }
 
 void channelHeader(FuzzedDataProvider& fdp) {
-    const std::vector<uint8_t> bytes =
-            fdp.ConsumeBytes<uint8_t>(fdp.ConsumeIntegralInRange<size_t>(0, 16));
-    std::unique_ptr<uint8_t[]> exact(new uint8_t[bytes.size() + 1]);
-    std::copy(bytes.begin(), bytes.end(), exact.get());
+    const fuzz::ExactBytes bytes = fuzz::consumeExactBytes(fdp, 16);
     TavroCCodecBufferChannel channel(nullptr, nullptr, nullptr);
     const int32_t kind =
-            channel.parserDynamicMetaData(exact.get(), static_cast<int32_t>(bytes.size()));
-    check(kind == 0 || kind == static_cast<int32_t>(kChannelHdrVivid), "header kind");
+            channel.parserDynamicMetaData(bytes.data.get(), static_cast<int32_t>(bytes.size));
+    fuzz::check(kind == 0 || kind == static_cast<int32_t>(kChannelHdrVivid), "header kind");
 }
 
 // A decoder codec (configured without a looper: only its members matter here) and up to three
@@ -95,19 +77,13 @@ void codecCheck(FuzzedDataProvider& fdp) {
         std::list<std::unique_ptr<C2Work>> list;
         auto work = std::make_unique<C2Work>();
         auto worklet = std::make_unique<C2Worklet>();
-        const int buffers = fdp.ConsumeIntegralInRange<int>(0, 2);
-        for (int b = 0; b < buffers; ++b) {
-            if (fdp.ConsumeIntegralInRange<int>(0, 7) == 0) {
-                worklet->output.buffers.push_back(nullptr);
-                continue;
-            }
+        fuzz::consumeSome(fdp, 2, worklet->output.buffers, [&fdp] {
             auto buffer = std::make_shared<C2Buffer>();
-            const int infos = fdp.ConsumeIntegralInRange<int>(0, 3);
-            for (int i = 0; i < infos; ++i) {
+            for (int i = fdp.ConsumeIntegralInRange<int>(0, 3); i > 0; --i) {
                 buffer->setInfo(fuzz::consumeInfo(fdp, fuzz::consumeIndex(fdp, kKnownIndices), 32));
             }
-            worklet->output.buffers.push_back(buffer);
-        }
+            return buffer;
+        });
         work->worklets.push_back(std::move(worklet));
         list.push_back(std::move(work));
         codec->onWorkDone(list);

@@ -1,30 +1,20 @@
 // Parcels through readFromParcel of both boost requests: any bytes, read from any start. A request
 // that reads back must write again and read back to the same fields (the service sees exactly what
 // the codec meant), and a failed read must leave the parcel's position inside its data. Needs
-// nothing but the parcel and the two requests, so it also builds as a device fuzzer.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
-
+// nothing but the parcel, the two requests and the header-only check(), so it also builds as a
+// device fuzzer.
 #include <vector>
 
 #include <binder/Parcel.h>
 
+#include "FuzzWorld.h"
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "sfplugin/TavroVideoTaskBoost.h"
 
 using namespace android;
+using android::fuzz::check;
 
 namespace {
-
-void check(bool ok, const char* what) {
-    if (ok) return;
-    fprintf(stderr, "==fuzz== broken: %s\n", what);
-    abort();
-}
 
 bool same(const TavroVideoBoostParams& a, const TavroVideoBoostParams& b) {
     return a.needVendorBoost == b.needVendorBoost && a.sched == b.sched && a.ddrFreq == b.ddrFreq &&

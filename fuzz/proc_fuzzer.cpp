@@ -2,16 +2,8 @@
 // meminfo, a process's cmdline and comm, and up to four task entries (numeric or not, directories
 // or plain files, with or without a comm), and the readers of process names, thread names and ids
 // and free memory run over it. Oracle: every thread id found names a task directory made here.
-#include <dirent.h>
-#include <fcntl.h>
-#include <stddef.h>
-#include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
 
 #include <array>
 #include <set>
@@ -31,18 +23,6 @@ using namespace android;
 namespace {
 
 constexpr int32_t kPid = 4242;
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) return;
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n <= 0) break;
-        done += static_cast<size_t>(n);
-    }
-    ::close(fd);
-}
 
 // The fixture tree on disk, kept from one input to the next: an input names the entries it wants,
 // parents first, and only the difference to the previous input's tree is written. Making and
@@ -85,19 +65,12 @@ class Tree {
             if (wanted.dir) {
                 if (!present) ::mkdir(wanted.path.c_str(), 0755);
             } else if (!present || have->bytes != wanted.bytes) {
-                writeFile(wanted.path, wanted.bytes);
+                fuzz::writeFile(wanted.path, wanted.bytes);
             }
         }
         for (size_t i = 0; i < kMaxEntries; ++i) std::swap(mHave[i], mWant[i]);
         mHaveCount = mWantCount;
         mWantCount = 0;
-    }
-
-    // Removes every entry and the root (at exit).
-    void removeAll() {
-        clearWanted();
-        apply();
-        ::rmdir(mRoot.c_str());
     }
 
   private:
@@ -144,18 +117,12 @@ class Tree {
 
 Tree* sTree = nullptr;
 
-void check(bool ok, const char* what) {
-    if (ok) return;
-    fprintf(stderr, "==fuzz== broken: %s\n", what);
-    abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::initFuzzWorld();
     sTree = new Tree(fuzz::makeScratchDir("tavro-proc-fuzz"));  // never destroyed
-    atexit([] { sTree->removeAll(); });
+    atexit([] { fuzz::removeTree(sTree->root()); });
     return 0;
 }
 
@@ -171,7 +138,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         tree.wantFile(tree.root() + "/meminfo", fdp.ConsumeRandomLengthString(256));
     }
     std::set<int32_t> taskIds;
-    if (fdp.ConsumeIntegralInRange<int>(0, 7) != 0) {
+    if (!fuzz::oneInEight(fdp)) {
         tree.wantDir(pidDir);
         if (fdp.ConsumeBool()) {
             tree.wantFile(pidDir + "/cmdline", fdp.ConsumeRandomLengthString(128));
@@ -179,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (fdp.ConsumeBool()) {
             tree.wantFile(pidDir + "/comm", fdp.ConsumeRandomLengthString(32));
         }
-        if (fdp.ConsumeIntegralInRange<int>(0, 7) != 0) {
+        if (!fuzz::oneInEight(fdp)) {
             tree.wantDir(taskDir);
             const int tasks = fdp.ConsumeIntegralInRange<int>(0, 4);
             for (int t = 0; t < tasks; ++t) {
@@ -191,13 +158,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                     continue;
                 }
                 const std::string entry = taskDir + "/" + name;
-                if (fdp.ConsumeIntegralInRange<int>(0, 7) == 0) {
+                if (fuzz::oneInEight(fdp)) {
                     tree.wantFile(entry, "not a directory");  // a task that is a plain file
                     continue;
                 }
                 if (!tree.wantDir(entry)) continue;
                 if (name[0] >= '0' && name[0] <= '9') taskIds.insert(tavroAtoi(name.c_str()));
-                if (fdp.ConsumeIntegralInRange<int>(0, 7) != 0) {
+                if (!fuzz::oneInEight(fdp)) {
                     tree.wantFile(entry + "/comm", fdp.ConsumeRandomLengthString(24));
                 }
             }
@@ -217,7 +184,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)getThreadName(pidDir + "/comm", commName);
     std::vector<int32_t> tids;
     (void)getThreadIdByName(kPid, names, tids);
-    for (int32_t tid : tids) check(taskIds.count(tid) == 1, "thread id of no task directory");
+    for (int32_t tid : tids) fuzz::check(taskIds.count(tid) == 1, "thread id of no task directory");
     (void)getSystemAvailMem();
     (void)getProcessName(kPid);
 

@@ -2,12 +2,6 @@
 // without their terminator, super-resolution statuses, records whose size field lies, null
 // records and worklets, any output flags and frame indices, with a feedback id set or not and the
 // channel stopping or not. Every work must reach the platform untouched in number.
-#include <stddef.h>
-#include <stdint.h>
-#include <stdlib.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <list>
 #include <memory>
 
@@ -77,37 +71,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (fdp.ConsumeIntegralInRange<int>(0, 15) != 0) {
             work = std::make_unique<C2Work>();
             work->input.ordinal.frameIndex = fdp.ConsumeIntegral<uint64_t>();
-            const int worklets = fdp.ConsumeIntegralInRange<int>(0, 2);
-            for (int w = 0; w < worklets; ++w) {
-                if (fdp.ConsumeIntegralInRange<int>(0, 7) == 0) {
-                    work->worklets.push_back(nullptr);
-                    continue;
-                }
+            fuzz::consumeSome(fdp, 2, work->worklets, [&fdp] {
                 auto worklet = std::make_unique<C2Worklet>();
                 worklet->output.flags = static_cast<C2FrameData::flags_t>(
                         fdp.ConsumeIntegralInRange<uint32_t>(0, 31));
                 worklet->output.ordinal.frameIndex = fdp.ConsumeIntegral<uint64_t>();
-                const int records = fdp.ConsumeIntegralInRange<int>(0, 4);
-                for (int r = 0; r < records; ++r) {
-                    if (fdp.ConsumeIntegralInRange<int>(0, 7) == 0) {
-                        worklet->output.configUpdate.push_back(nullptr);
-                        continue;
-                    }
-                    const uint32_t index = fuzz::consumeIndex(fdp, kKnownIndices);
-                    worklet->output.configUpdate.push_back(fuzz::consumeParam(fdp, index, 48));
-                }
-                work->worklets.push_back(std::move(worklet));
-            }
+                fuzz::consumeSome(fdp, 4, worklet->output.configUpdate, [&fdp] {
+                    return fuzz::consumeParam(fdp, fuzz::consumeIndex(fdp, kKnownIndices), 48);
+                });
+                return worklet;
+            });
         }
         channel->onWorkDone(std::move(work), outputFormat, nullptr);
         ++handed;
     }
-    if (tavroCallback->worksDone != handed || channel->countersForTesting().worksDone != handed) {
-        fprintf(stderr, "==fuzz== broken: %llu works handed, callback saw %llu, platform %llu\n",
-                static_cast<unsigned long long>(handed),
-                static_cast<unsigned long long>(tavroCallback->worksDone),
-                static_cast<unsigned long long>(channel->countersForTesting().worksDone));
-        abort();
-    }
+    fuzz::check(
+            tavroCallback->worksDone == handed && channel->countersForTesting().worksDone == handed,
+            "a work handed over did not reach both the callback and the platform");
     return 0;
 }

@@ -103,11 +103,7 @@ TEST_F(TavroLogTest, SameAsPropertyGetThenAtoi) {
             {"unset", "", -1000},
             {"plain", "7", 7},
             {"negative", "-1", -1},
-            {"not a number reads 0", "loud", 0},
-            {"spaces and sign", "  +6", 6},
-            {"decimal point", "6.9", 6},
             {"beyond int32 keeps the low 32 bits", "2147483648", INT32_MIN},
-            {"beyond long saturates", "99999999999999999999", -1},
             {"cut at 91 characters", longZeros + "75", 7},
             {"unset again", "", -1000},
     };

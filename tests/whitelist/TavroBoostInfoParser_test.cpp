@@ -36,18 +36,6 @@ TEST_F(BoostInfoGrammarTest, StringToRecord) {
              "threadName=render+decode,uclampTids=0+1,cluster2Min=1200000",
              "mime=video/avc limitWidth=1920 limitHeight=1080 isVideo=1 isEncoder=0 schedVideo=2 "
              "threadName=render+decode uclamp=[0+1] minFreq={2:1200000}"},
-            {"condition keys",
-             "cpu=A+B,prj=P,vendor=V,comp=C,bitrate=2,sampleRate=3,sampleBits=4,channelCount=5,"
-             "codecId=6",
-             "soc=A+B prj=P vendor=V comp=C bitrate=2 sampleRate=3 sampleBits=4 channelCount=5 "
-             "codecId=6"},
-            {"decision keys",
-             "vendorBoost=1,ddrFreq=1555,appThreads=R+G,swThreads=aac++mp3,limitOpRate=60,"
-             "minUclamp=512,pelt=16,countFps=1,preferIdle=1,screenOff=1,cluster0Min=3,"
-             "cluster7Min=4,freqUpRate=80,freqDownRate=60",
-             "ddrFreq=1555 vendorBoost=1 appThreads=R+G swThreads=[aac+mp3] limitOpRate=60 "
-             "minUclamp=512 pelt=16 countFps=1 preferIdle=1 screenOff=1 freqRate=[80+60] "
-             "minFreq={0:3,7:4}"},
             // The "sched" fallback and its video/audio asymmetry.
             {"sched alone", "sched=3", "schedVideo=3 schedAudio=3"},
             {"sched, video only", "sched=3,isVideo=1", "isVideo=1 schedVideo=3"},
@@ -208,8 +196,8 @@ TEST_F(BoostInfoGrammarTest, DebugDumpListsEveryFieldInOrder) {
             "cpu=S,prj=P,vendor=V,mime=M,comp=C,limitWidth=1,limitHeight=2,bitrate=3,"
             "sampleRate=4,sampleBits=5,channelCount=6,codecId=7,isVideo=1,isEncoder=0,"
             "schedVideo=8,vendorBoost=1,threadName=T,ddrFreq=9,appThreads=A,swThreads=s1+s2,"
-            "limitOpRate=10,minUclamp=11,pelt=12,countFps=1,preferIdle=1,uclampTids=0+2,"
-            "cluster5Min=13,cluster1Min=14,freqUpRate=15,freqDownRate=16",
+            "limitOpRate=10,minUclamp=11,pelt=12,countFps=1,preferIdle=1,screenOff=1,"
+            "uclampTids=0+2,cluster5Min=13,cluster1Min=14,freqUpRate=15,freqDownRate=16",
             info));
     info->boostStrInfo = "B";
     info->isValid = true;
@@ -237,7 +225,7 @@ TEST_F(BoostInfoGrammarTest, DebugDumpListsEveryFieldInOrder) {
                     tids +
                     "clusterInfo: limitOpRate : 10\nclusterInfo: minUclamp : 11\n"
                     "clusterInfo: peltHalflife : 12\nclusterInfo: isPreferIdle : 1\n"
-                    "clusterInfo: isScreenOff : 0\nclusterInfo: cpuNum: 1, minFreq: 14\n"
+                    "clusterInfo: isScreenOff : 1\nclusterInfo: cpuNum: 1, minFreq: 14\n"
                     "clusterInfo: cpuNum: 5, minFreq: 13\nclusterInfo: uclamp index: 0\n"
                     "clusterInfo: uclamp index: 2\nclusterInfo: freq up/down rate value: 15\n"
                     "clusterInfo: freq up/down rate value: 16\n",

@@ -35,6 +35,7 @@ class CacheMgrTest : public test::WhiteListWorld {
         TavroClusterInfo cluster;
         cluster.limitOpRate = 77;
         mMgr->getBoostInfo(pid, media, ux, cluster);
+        std::sort(ux.tids.begin(), ux.tids.end());
         return dump(ux) + " | " + dump(cluster);
     }
     static uint64_t queries() { return HostListService::queryCount(); }
@@ -321,11 +322,7 @@ TEST_F(MediaserverCacheTest, DefaultEntryServesItsClientAndResolvesThreads) {
     mProc.addThread(static_cast<int32_t>(getpid()), "602", "generic");
     mProc.addThread(static_cast<int32_t>(getpid()), "603", "binder");
     setCmdline(kClientPid, kDefaultWallpaperName);
-    TavroUxInfo ux;
-    TavroClusterInfo cluster;
-    mMgr->getBoostInfo(kClientPid, video(), ux, cluster);
-    std::sort(ux.tids.begin(), ux.tids.end());
-    EXPECT_EQ("schedVideo=4 tids=[601+602]", dump(ux));
+    EXPECT_EQ("schedVideo=4 tids=[601+602] | ", boost(video()));
 
     // Never asked by name, the default leaves the map stale: each call rebuilds it.
     setLogLevel(7);
