@@ -199,7 +199,7 @@ std::list<std::unique_ptr<C2Work>> workList(const std::string& step) {
     return list;
 }
 
-enum Stream { kHevc, kDolbyVision, kEncoder, kAudio };
+enum Stream { kHevc, kDolbyVision, kThumbnail, kEncoder, kAudio };
 
 // Plays a codec of `stream` through configure, hands it one list per step of `plan`, destroys it
 // and returns the HDR types the playback feedback received.
@@ -207,10 +207,12 @@ std::vector<std::string> playAndCollectHdrTypes(Stream stream,
                                                 const std::vector<std::string>& plan) {
     test::resetHostWorld();
     const char* const kComponents[] = {"c2.qti.hevc.decoder", "c2.qti.dv.decoder",
-                                       "c2.qti.hevc.encoder", "c2.android.aac.decoder"};
+                                       "c2.qti.hevc.decoder", "c2.qti.hevc.encoder",
+                                       "c2.android.aac.decoder"};
     sp<AMessage> format = makeFormat(stream == kDolbyVision ? "video/dolby-vision"
                                      : stream == kAudio     ? "audio/mp4a-latm"
                                                             : "video/hevc");
+    if (stream == kThumbnail) format->setInt32("thumbnail-mode", 1);
     if (stream == kEncoder) format->setInt32("encoder", 1);
     format->setInt64("feedbackKey", 4242);
     auto h = std::make_unique<CodecHarness>();
@@ -257,6 +259,7 @@ TEST(CodecHdrTest, FirstOutputWorksGiveTheType) {
         {"empty or malformed lists are skipped", kHevc, {"empty", "null", "nullbuf", "L"}, {"2"}},
         // Dolby Vision is known from configure and reported as such; buffers cannot change it.
         {"dolby vision", kDolbyVision, {"V"}, {"5"}},
+        {"thumbnail", kThumbnail, {"V"}, {}},
         {"encoder", kEncoder, {"V"}, {}},
         {"audio", kAudio, {"V"}, {}},
     };
