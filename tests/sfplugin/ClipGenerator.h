@@ -1,6 +1,6 @@
 // Test support for the buffer channel: a rig that owns one TavroCCodecBufferChannel with
 // recording callbacks on a manual clock, and a generator of playback clips (content frame rate,
-// playback speed, drops, seeks, flushes) that plays them into the channel's render path and
+// playback speed, drops, flushes) that plays them into the channel's render path and
 // reports which vendor parameters were written at which frame.
 #pragma once
 
@@ -126,7 +126,7 @@ class ChannelRig {
 };
 
 // A playback clip: frames rendered or dropped at a content rate and a playback speed, plus
-// seeks and flushes. Between two frames the clock (and the display time) moves by the content
+// flushes. Between two frames the clock (and the display time) moves by the content
 // interval divided by the speed, as a player showing every frame at that speed does.
 struct ClipEvent {
     enum Kind { kRender, kDiscard, kFlush };
@@ -145,23 +145,16 @@ class ClipGenerator {
     // segment (1-based; 0 = none) is discarded instead of rendered.
     ClipGenerator& play(int frames, double fps, double speed, int dropEvery = 0) {
         const double ptsStepUs = 1e6 / fps;
-        return playSteps(frames, ptsStepUs, ptsStepUs / speed, dropEvery);
-    }
-    // The same with explicit steps: content time per frame and display time per frame, in us.
-    ClipGenerator& playSteps(int frames, double ptsStepUs, double displayStepUs,
-                             int dropEvery = 0) {
+        const double displayStepUs = ptsStepUs / speed;
         for (int i = 0; i < frames; ++i) {
             ClipEvent e;
             if (mHasFrame) {
                 // The interval after the previous frame lasts that frame's content duration.
                 const double displayStepNs = displayStepUs * 1000.0 * (mLastPtsStepUs / ptsStepUs);
-                mPtsUs = mSeekPending ? mSeekPtsUs : mPtsUs + mLastPtsStepUs;
+                mPtsUs += mLastPtsStepUs;
                 mRenderNs += displayStepNs;
                 e.clockStepNs = static_cast<int64_t>(displayStepNs);
-            } else if (mSeekPending) {
-                mPtsUs = mSeekPtsUs;
             }
-            mSeekPending = false;
             mHasFrame = true;
             mLastPtsStepUs = ptsStepUs;
             e.kind = (dropEvery > 0 && (i + 1) % dropEvery == 0) ? ClipEvent::kDiscard
@@ -170,12 +163,6 @@ class ClipGenerator {
             e.renderNs = static_cast<int64_t>(mRenderNs);
             mEvents.push_back(e);
         }
-        return *this;
-    }
-    // The next frame shows content time `ptsUs` (a seek, or a loop back to the start).
-    ClipGenerator& seekTo(int64_t ptsUs) {
-        mSeekPending = true;
-        mSeekPtsUs = static_cast<double>(ptsUs);
         return *this;
     }
     ClipGenerator& flush() {
@@ -192,8 +179,6 @@ class ClipGenerator {
     double mRenderNs;
     double mLastPtsStepUs = 0;
     bool mHasFrame = false;
-    bool mSeekPending = false;
-    double mSeekPtsUs = 0;
 };
 
 // A setParameters call seen while playing: the clip event (0-based) it followed and its records.

@@ -384,10 +384,6 @@ TEST_F(BufferChannelTest, MakerOperations) {
               (std::vector<std::string>{"3"}));
     // The analysis object's own answer comes back as it is.
     EXPECT_EQ(rig.channel->sendFeedbackInfo(nullptr), BAD_VALUE);
-
-    EXPECT_FALSE(rig.channel->getDisableWCG());
-    rig.channel->setDisableWCG(true);
-    EXPECT_TRUE(rig.channel->getDisableWCG());
 }
 
 TEST_F(BufferChannelTest, WithoutAnalysisOrCallbackOnlyThePlatformIsReached) {

@@ -28,7 +28,7 @@ using test::makeFormat;
 constexpr int64_t kSecondUs = 1000000;
 
 size_t countAnalysis(const std::string& name) {
-    return CodecHarness::events("analysis", name).size();
+    return host::HostEvents::named("analysis", name).size();
 }
 
 std::vector<std::string> baseCallNames(const CodecHarness& h) {
@@ -75,7 +75,7 @@ TEST_F(TavroCCodecTest, LifecycleReachesTheBaseInOrderWithTelemetry) {
 
     // Construction, allocate, configure and start each leave their stamp with the analysis.
     std::vector<std::string> stamps;
-    for (const HostEvent& e : CodecHarness::events("analysis", "updateParameters")) {
+    for (const HostEvent& e : host::HostEvents::named("analysis", "updateParameters")) {
         for (const auto& kv : e.fields) {
             if (kv.first.rfind("codec-", 0) == 0) stamps.push_back(kv.first);
         }
@@ -86,7 +86,7 @@ TEST_F(TavroCCodecTest, LifecycleReachesTheBaseInOrderWithTelemetry) {
     EXPECT_EQ(countAnalysis("signalFlush"), 1u);
     EXPECT_EQ(countAnalysis("resetFPS"), 1u);
     // Shutdown pushes the time usage of a video codec.
-    auto pushes = CodecHarness::events("feedback", "pushFeedbackInfo");
+    auto pushes = host::HostEvents::named("feedback", "pushFeedbackInfo");
     ASSERT_EQ(pushes.size(), 1u);
     EXPECT_EQ(pushes[0].field("key"), "timeUsage");
     EXPECT_EQ(pushes[0].field("value"), "42");
@@ -115,7 +115,7 @@ TEST_F(TavroCCodecTest, DisableVideoShaperOnlyForListedQtiOrMtkEncoders) {
         CodecHarness local;
         local.codec()->setCallback(std::make_unique<host::RecordingCodecCallback>());
         local.allocate(c.component);
-        auto shaper = CodecHarness::events("callback", "onDisableVideoShaper");
+        auto shaper = host::HostEvents::named("callback", "onDisableVideoShaper");
         ASSERT_EQ(shaper.size(), c.expected ? 1u : 0u);
         if (c.expected) {
             EXPECT_EQ(shaper[0].field("disable"), "1");
@@ -276,11 +276,11 @@ TEST_F(TavroCCodecTest, CallbackBridgeForwardsErrorsWithAStatisticAndRenderedFra
     callback->onError(-5, ACTION_CODE_FATAL);
     callback->onError(UNKNOWN_ERROR, ACTION_CODE_TRANSIENT);
 
-    auto errors = CodecHarness::events("callback", "onError");
+    auto errors = host::HostEvents::named("callback", "onError");
     ASSERT_EQ(errors.size(), 2u);
     EXPECT_EQ(errors[0].field("err"), "-5");
     EXPECT_EQ(errors[1].field("err"), std::to_string(INT32_MIN));
-    auto stats = CodecHarness::events("stat");
+    auto stats = host::HostEvents::ofKind("stat");
     ASSERT_EQ(stats.size(), 1u);
     EXPECT_EQ(stats[0].field("atomId"), "100168");
     EXPECT_EQ(stats[0].field("componentName"), "c2.qti.avc.decoder");
@@ -288,7 +288,7 @@ TEST_F(TavroCCodecTest, CallbackBridgeForwardsErrorsWithAStatisticAndRenderedFra
     EXPECT_EQ(host::HostLog::count("err=-5 actionCode=0", "TavroCCodec"), 1u);
 
     callback->onOutputFramesRendered(40000, 123456789);
-    auto rendered = CodecHarness::events("callback", "onOutputFramesRendered");
+    auto rendered = host::HostEvents::named("callback", "onOutputFramesRendered");
     ASSERT_EQ(rendered.size(), 1u);
     EXPECT_EQ(rendered[0].field("mediaTimeUs"), "40000");
     EXPECT_EQ(rendered[0].field("renderTimeNs"), "123456789");

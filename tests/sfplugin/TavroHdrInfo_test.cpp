@@ -244,12 +244,9 @@ TEST(CodecHdrTest, FirstOutputWorksGiveTheType) {
     // clang-format off
     const Case kCases[] = {
         {"HDR10", kHevc, {"H"}, {"1"}},
-        {"HLG", kHevc, {"L"}, {"2"}},
         {"SDR", kHevc, {"S"}, {}},
         {"no info", kHevc, {""}, {}},
-        {"HDR10+", kHevc, {"P"}, {"3"}},
         {"empty dynamic metadata counts as HDR10+", kHevc, {"E"}, {"3"}},
-        {"HDR Vivid", kHevc, {"V"}, {"4"}},
         // Dynamic metadata overrides the static answer.
         {"HDR10 with HDR Vivid", kHevc, {"HV"}, {"4"}},
         {"HLG with HDR10+", kHevc, {"LP"}, {"3"}},

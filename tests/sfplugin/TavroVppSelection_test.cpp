@@ -67,7 +67,7 @@ class TavroVppSelectionTest : public ConfigureFixture {
             sp<AMessage> format = appFormat(c.mime, c.input);
             expectChanges(format, configure(kDecoder, format), c.changed);
             EXPECT_EQ(1u, logCount(ffLine(c.ffEnable, c.ffValue)));
-            EXPECT_EQ(c.scanChecks, CodecHarness::events("analysis", "checkScanType").size());
+            EXPECT_EQ(c.scanChecks, host::HostEvents::named("analysis", "checkScanType").size());
         }
     }
 };

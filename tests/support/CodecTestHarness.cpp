@@ -177,10 +177,5 @@ sp<AMessage> CodecHarness::configuredFormat() const {
     return last;
 }
 
-std::vector<host::HostEvent> CodecHarness::events(const std::string& kind,
-                                                  const std::string& name) {
-    return name.empty() ? host::HostEvents::ofKind(kind) : host::HostEvents::named(kind, name);
-}
-
 }  // namespace test
 }  // namespace android

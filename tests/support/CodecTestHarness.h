@@ -85,9 +85,6 @@ class CodecHarness {
     sp<TavroAnalysisFPS> analysis() const { return mAnalysis; }
     // The format the platform base received at its last configure.
     sp<AMessage> configuredFormat() const;
-    // Events of `kind` (and `name`, when given) in order.
-    static std::vector<host::HostEvent> events(const std::string& kind,
-                                               const std::string& name = "");
 
   private:
     sp<ALooper> mLooper;
