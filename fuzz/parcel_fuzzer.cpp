@@ -1,13 +1,13 @@
 // Parcels through readFromParcel of both boost requests: any bytes, read from any start. A request
 // that reads back must write again and read back to the same fields (the service sees exactly what
 // the codec meant), and a failed read must leave the parcel's position inside its data. Needs
-// nothing but the parcel, the two requests and the header-only check(), so it also builds as a
+// nothing but the parcel, the two requests and the header-only FuzzInputs.h, so it also builds as a
 // device fuzzer.
 #include <vector>
 
 #include <binder/Parcel.h>
 
-#include "FuzzWorld.h"
+#include "FuzzInputs.h"
 #include "sfplugin/TavroVideoBoostParams.h"
 #include "sfplugin/TavroVideoTaskBoost.h"
 
