@@ -198,6 +198,24 @@ TEST_F(ALooperTest, RegistrationRulesAndManualMode) {
     EXPECT_EQ(1u, HostLog::count("needs a manual looper and a manual host clock"));
 }
 
+TEST_F(ALooperTest, AdvanceAllInterleavesLoopersInGlobalDueOrder) {
+    sp<ALooper> second = new ALooper;
+    second->setManualForTesting(true);
+    sp<Recorder> other = new Recorder;
+    second->registerHandler(other);
+    for (auto [handler, tag, delay] :
+         {std::tuple{mHandler, 1, 10}, {other, 2, 10}, {mHandler, 3, 20}, {other, 0, 5}}) {
+        tagged(1, handler, tag)->post(delay);
+    }
+    size_t dispatched = 0;
+    ASSERT_TRUE(ALooper::advanceAllForTesting(20, &dispatched));
+    EXPECT_EQ(4u, dispatched);
+    EXPECT_EQ((Hits{{1, 1, kStartUs + 10}, {1, 3, kStartUs + 20}}), mHandler->hits());
+    EXPECT_EQ((Hits{{1, 0, kStartUs + 5}, {1, 2, kStartUs + 10}}), other->hits());
+    tagged(1, other, 4)->post();
+    EXPECT_EQ(1u, ALooper::runAllPendingForTesting());
+}
+
 // The real dispatch thread. Waits use condition variables with generous bounds, never sleeps.
 class ALooperThreadTest : public testing::Test {
   protected:
