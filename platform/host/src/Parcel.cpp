@@ -3,7 +3,6 @@
 
 #include <binder/Parcel.h>
 
-
 #include <cstring>
 #include <limits>
 
