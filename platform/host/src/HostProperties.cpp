@@ -6,12 +6,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <set>
-#include <sstream>
 #include <string_view>
 
 namespace android {
@@ -36,13 +33,6 @@ struct PropertyState {
 PropertyState& state() {
     static PropertyState* s = new PropertyState();
     return *s;
-}
-
-std::string trim(const std::string& text) {
-    size_t begin = text.find_first_not_of(" \t\r");
-    if (begin == std::string::npos) return "";
-    size_t end = text.find_last_not_of(" \t\r");
-    return text.substr(begin, end - begin + 1);
 }
 
 void unset(Value& value) {
@@ -91,42 +81,6 @@ std::vector<std::string> HostProperties::readKeys() {
 void HostProperties::setRecordReads(bool record) {
     std::lock_guard<std::mutex> guard(state().lock);
     state().recordReads = record;
-}
-
-bool HostProperties::loadText(const std::string& text, const std::string& origin,
-                              std::string* error) {
-    std::map<std::string, std::string> parsed;
-    std::istringstream in(text);
-    std::string line;
-    int lineNo = 0;
-    while (std::getline(in, line)) {
-        ++lineNo;
-        std::string t = trim(line);
-        if (t.empty() || t[0] == '#') continue;
-        size_t eq = t.find('=');
-        std::string key = eq == std::string::npos ? "" : trim(t.substr(0, eq));
-        if (eq == std::string::npos || key.empty()) {
-            if (error != nullptr) {
-                *error = origin + ":" + std::to_string(lineNo) + ": expected key=value, got '" + t +
-                         "'";
-            }
-            return false;
-        }
-        parsed[key] = trim(t.substr(eq + 1));
-    }
-    for (const auto& kv : parsed) set(kv.first, kv.second);
-    return true;
-}
-
-bool HostProperties::loadFile(const std::string& path, std::string* error) {
-    std::ifstream in(path);
-    if (!in) {
-        if (error != nullptr) *error = path + ": cannot open: " + strerror(errno);
-        return false;
-    }
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return loadText(buffer.str(), path, error);
 }
 
 }  // namespace host

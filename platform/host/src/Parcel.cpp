@@ -3,8 +3,6 @@
 
 #include <binder/Parcel.h>
 
-#include <binder/Parcelable.h>
-
 #include <cstring>
 #include <limits>
 
@@ -207,12 +205,6 @@ status_t Parcel::writeUtf8VectorAsUtf16Vector(const std::vector<std::string>& va
 
 #undef PARCEL_COMMIT
 
-status_t Parcel::writeParcelable(const Parcelable& parcelable) {
-    status_t err = writeInt32(1);
-    if (err != OK) return err;
-    return parcelable.writeToParcel(this);
-}
-
 status_t Parcel::readInt32(int32_t* value) const {
     uint8_t raw[4];
     if (!readRaw(raw, sizeof(raw))) return NOT_ENOUGH_DATA;
@@ -349,14 +341,6 @@ status_t Parcel::readUtf8VectorFromUtf16Vector(std::vector<std::string>* values)
     *values = std::move(result);
     guard.commit();
     return OK;
-}
-
-status_t Parcel::readParcelable(Parcelable* parcelable) const {
-    int32_t present;
-    status_t err = readInt32(&present);
-    if (err != OK) return err;
-    if (present == 0) return BAD_VALUE;
-    return parcelable->readFromParcel(this);
 }
 
 bool Parcel::utf8ToUtf16(const std::string& in, std::u16string* out) {

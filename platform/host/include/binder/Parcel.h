@@ -54,8 +54,6 @@ class Parcel {
     status_t writeUtf8AsUtf16(const std::string& str);
     // int32 count, then each string as writeUtf8AsUtf16 does.
     status_t writeUtf8VectorAsUtf16Vector(const std::vector<std::string>& values);
-    // int32 1 (present), then the parcelable's own fields.
-    status_t writeParcelable(const Parcelable& parcelable);
 
     // Reads at the position and moves past the padded item. NOT_ENOUGH_DATA when the data runs
     // out; then the position and the output are left unchanged.
@@ -80,8 +78,6 @@ class Parcel {
     // BAD_VALUE for a negative count or one the remaining data cannot hold; the first failing
     // string's status otherwise.
     status_t readUtf8VectorFromUtf16Vector(std::vector<std::string>* values) const;
-    // BAD_VALUE when the parcel holds a null marker; else the parcelable's status.
-    status_t readParcelable(Parcelable* parcelable) const;
 
     // Host only: the `n`-th write call from now (1 = the next one; 0 counts as 1) returns
     // NO_MEMORY and writes nothing; later writes succeed again. -1 turns the fault off.

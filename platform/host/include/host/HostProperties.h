@@ -24,12 +24,6 @@ class HostProperties {
     // Whether reads are recorded for readKeys() (on by default). A fuzzer turns it off: it never
     // asks, and re-recording the same keys after every clear() would cost allocations per input.
     static void setRecordReads(bool record);
-
-    // Loads "key=value" lines: blank lines and lines starting with '#' are skipped, blanks around
-    // key and value are trimmed, a later line wins. A line without '=' or with an empty key is
-    // an error: returns false and sets *error to "path:line: message"; nothing is loaded then.
-    static bool loadFile(const std::string& path, std::string* error);
-    static bool loadText(const std::string& text, const std::string& origin, std::string* error);
 };
 
 }  // namespace host

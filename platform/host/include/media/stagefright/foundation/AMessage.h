@@ -13,7 +13,6 @@
 #include <media/stagefright/foundation/AHandler.h>
 #include <media/stagefright/foundation/ALooper.h>
 #include <media/stagefright/foundation/AString.h>
-#include <utils/Condition.h>
 #include <utils/Errors.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
@@ -21,27 +20,6 @@
 namespace android {
 
 class ABuffer;
-
-// Identifies one postAndAwaitResponse() call; the handler answers it with postReply().
-class AReplyToken : public RefBase {
-  public:
-    explicit AReplyToken(const wp<ALooper>& looper) : mLooper(looper) {}
-
-  private:
-    friend class AMessage;
-    friend class ALooper;
-
-    // Stores the reply; false when one was already stored.
-    bool setReply(const sp<AMessage>& reply);
-    // Waits for the reply (or, for a manual looper, dispatches until it comes).
-    status_t awaitResponse(sp<AMessage>* response);
-
-    wp<ALooper> mLooper;
-    Mutex mLock;
-    Condition mReplied;
-    sp<AMessage> mReply;     // guarded by mLock
-    bool mHasReply = false;  // guarded by mLock
-};
 
 class AMessage : public RefBase {
   public:
@@ -110,16 +88,6 @@ class AMessage : public RefBase {
     // Posts to the target's looper, due `delayUs` µs from now on the host clock (negative counts
     // as 0). -ENOENT (NAME_NOT_FOUND) when there is no target or its looper is gone. Any thread.
     status_t post(int64_t delayUs = 0);
-
-    // Posts and blocks until the handler answers with postReply(); *response is the reply.
-    // With a manual looper the waiting thread dispatches that looper's due messages itself.
-    // -ENOENT as post(), or WOULD_BLOCK when a manual looper runs dry without a reply.
-    status_t postAndAwaitResponse(sp<AMessage>* response);
-    // In the handler: true and the token when the sender awaits a response.
-    bool senderAwaitsResponse(sp<AReplyToken>* replyID);
-    // Answers `replyID` with this message. BAD_VALUE for a null token, INVALID_OPERATION when it
-    // was answered already.
-    status_t postReply(const sp<AReplyToken>& replyID);
 
     // A copy: values and sub-messages copied (sub-messages deeply), objects and buffers shared.
     // The copy has the same what and target.
