@@ -1,7 +1,6 @@
 // Android.bp cannot be built here; these checks keep it in step with the tree.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,12 +12,7 @@
 namespace android {
 namespace {
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+using test::readFile;
 
 // The quoted paths between "// BEGIN <what>" and "// END <what>".
 std::vector<std::string> markedList(const std::string& bp, const std::string& what) {

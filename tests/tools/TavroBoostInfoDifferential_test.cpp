@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
@@ -16,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tools/ToolsTestSupport.h"
 #include "tools/boostinfo/TavroBoostInfoChecker.h"
 #include "tools/boostinfo/TavroBoostInfoVerdict.h"
 #include "whitelist/WhiteListTestSupport.h"
@@ -31,22 +31,11 @@ constexpr int32_t kClientPid = 4242;
 constexpr char kClientName[] = "com.client.app";
 constexpr char kActivity[] = "com.example.player/.Main";
 
-// CTest names the source tree; run by hand, the test expects to start inside it.
-std::string sourceDir() {
-    const char* env = getenv("TAVRO_SOURCE_DIR");
-    return env != nullptr && env[0] != '\0' ? env : ".";
-}
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 std::vector<std::string> corpusStrings() {
     std::vector<std::string> out;
     for (const auto& entry :
-         std::filesystem::directory_iterator(sourceDir() + "/fuzz/corpus/boostinfo")) {
-        if (entry.is_regular_file()) out.push_back(readFile(entry.path()));
+         std::filesystem::directory_iterator(test::toolsSourceDir() + "/fuzz/corpus/boostinfo")) {
+        if (entry.is_regular_file()) out.push_back(test::readFile(entry.path()));
     }
     return out;
 }
@@ -55,9 +44,8 @@ std::vector<std::string> corpusStrings() {
 // properties.
 std::vector<std::string> scenarioStrings() {
     std::vector<std::string> out;
-    for (const auto& entry : std::filesystem::directory_iterator(sourceDir() + "/scenarios")) {
-        if (entry.path().extension() != ".json") continue;
-        const nlohmann::json scenario = nlohmann::json::parse(readFile(entry.path()));
+    for (const std::string& path : test::bundledScenarioPaths()) {
+        const nlohmann::json scenario = nlohmann::json::parse(test::readFile(path));
         for (const char* list :
              {kListMediaSchedBoost, kListMediaserverBoost, kListVdecCpuBoost, kListVencCpuBoost}) {
             if (!scenario.contains("lists") || !scenario["lists"].contains(list)) continue;

@@ -62,115 +62,73 @@ TEST(TavroSimMainTest, EveryBadInputIsOneLineWithStatusTwo) {
     std::string days;
     for (int i = 0; i < 367; ++i) days += R"(, {"event": "advance", "ms": 86400000})";
 
-    struct Case {
-        const char* name;
-        std::vector<std::string> args;  // the scenario's text is written to s.json when set
-        std::string scenario;
-        std::string err;  // "S" stands for the scenario's path
-    };
-    const Case kCases[] = {
-            {"no scenario", {}, "", "tavro-sim: scenario is required (see --help)"},
-            {"unknown option",
-             {"--fast", "x.json"},
-             "",
+    // Usage faults and files that cannot be read.
+    const std::pair<std::vector<std::string>, std::string> kUsage[] = {
+            {{}, "tavro-sim: scenario is required (see --help)"},
+            {{"--fast", "x.json"},
              "tavro-sim: The following argument was not expected: --fast (see --help)"},
-            {"log level out of range",
-             {"--log-level", "100", "x.json"},
-             "",
+            {{"--log-level", "100", "x.json"},
              "tavro-sim: --log-level: Value 100 not in range 0 to 99 (see --help)"},
-            {"unknown kind",
-             {"--only", "boost,boots", "x.json"},
-             "",
+            {{"--only", "boost,boots", "x.json"},
              "tavro-sim: --only: boots not in {step,format,declined,param,boost,unboost,task_boost,"
              "feedback,stat,analysis,pelto,callback,platform,timer,log,unused,summary} (see "
              "--help)"},
-            {"absent file",
-             {dir.path() + "/absent.json"},
-             "",
+            {{"--timeline", "/nonexistent/dir/t.json",
+              test::toolsSourceDir() + "/scenarios/default.json"},
+             "tavro-sim: /nonexistent/dir/t.json: cannot write: No such file or directory"},
+            {{dir.path() + "/absent.json"},
              dir.path() + "/absent.json: cannot read: No such file or directory"},
-            {"directory", {dir.path()}, "", dir.path() + ": cannot read: Is a directory"},
-            {"device", {"/dev/zero"}, "", "/dev/zero: cannot read: not a regular file or a pipe"},
-            {"too large",
-             {large},
-             "",
-             large + ": larger than 134217728 bytes, the most a scenario file may have"},
-            {"bad scenario", {}, R"({"process": 5})", "S: process: expected an object"},
-            {"number beyond double",
-             {},
-             session(R"(, {"event": "clip", "count": 3, "fps": 1e400})"),
+            {{dir.path()}, dir.path() + ": cannot read: Is a directory"},
+            {{"/dev/zero"}, "/dev/zero: cannot read: not a regular file or a pipe"},
+            {{large}, large + ": larger than 134217728 bytes, the most a scenario file may have"},
+    };
+    // Scenarios the loader refuses: "S" stands for the scenario's path.
+    const std::pair<std::string, std::string> kScenarios[] = {
+            {R"({"process": 5})", "S: process: expected an object"},
+            {session(R"(, {"event": "clip", "count": 3, "fps": 1e400})"),
              "S: events[3].fps: number out of range: 1e400"},
-            {"nesting",
-             {},
-             R"({"x": )" + nested + "}",
-             "S: " + deepPath + ": nesting deeper than 32 levels"},
-            {"events not an array",
-             {},
-             R"({"process": {"name": "a", "pid": 1, "uid": 2}, "component": "c", "events": 5})",
+            {R"({"x": )" + nested + "}", "S: " + deepPath + ": nesting deeper than 32 levels"},
+            {R"({"process": {"name": "a", "pid": 1, "uid": 2}, "component": "c", "events": 5})",
              "S: events: expected an array"},
-            {"property file is a device",
-             {},
-             session("", R"( "property_files": ["/dev/zero"],)"),
+            {session("", R"( "property_files": ["/dev/zero"],)"),
              "S: property_files[0]: cannot read '/dev/zero': not a regular file"},
-            {"frames a minute apart",
-             {},
-             session(R"(, {"event": "clip", "count": 2, "fps": 0.000001})"),
+            {session(R"(, {"event": "clip", "count": 2, "fps": 0.000001})"),
              "S: events[3]: fps x speed is 1e-06, below 0.1: a frame would last more than 10 s on "
              "the clock"},
-            {"clock beyond a year",
-             {},
-             session(days),
+            {session(days),
              "S: events[369]: the clock would pass 366 days, the longest a scenario may run"},
-            {"clip beyond the largest time",
-             {},
-             session(R"(, {"event": "clip", "count": 10, "fps": 1, "start_us": 9223372036854775})"),
+            {session(R"(, {"event": "clip", "count": 10, "fps": 1, "start_us": 9223372036854775})"),
              "S: events[3]: the clip's last pts would be 9223372045854775 us, beyond "
              "9223372036854775"},
-            {"bad order value",
-             {},
-             session("", R"( "order": "loose",)"),
-             "S: order: expected \"strict\" or \"free\""},
-            {"frames before start",
-             {},
-             R"({"process": {"name": "a", "pid": 1, "uid": 2}, "component": "c",
+            {session("", R"( "order": "loose",)"), "S: order: expected \"strict\" or \"free\""},
+            {R"({"process": {"name": "a", "pid": 1, "uid": 2}, "component": "c",
                  "events": [{"event": "allocate"}, {"event": "input", "time_us": 0}]})",
              "S: events[1]: 'input' before 'start' (\"order\": \"free\" plays misuse on purpose)"},
-            {"start before allocate",
-             {},
-             R"({"process": {"name": "a", "pid": 1, "uid": 2}, "component": "c",
+            {R"({"process": {"name": "a", "pid": 1, "uid": 2}, "component": "c",
                  "events": [{"event": "start"}]})",
              "S: events[0]: 'start' before 'allocate' (\"order\": \"free\" plays misuse on "
              "purpose)"},
-            {"allocate twice",
-             {},
-             session(R"(, {"event": "allocate"})"),
+            {session(R"(, {"event": "allocate"})"),
              "S: events[3]: 'allocate' twice: the codec is already allocated (\"order\": \"free\" "
              "plays misuse on purpose)"},
-            {"frames after shutdown",
-             {},
-             session(R"(, {"event": "shutdown", "keep_allocated": true},
+            {session(R"(, {"event": "shutdown", "keep_allocated": true},
                         {"event": "render", "time_us": 5})"),
              "S: events[4]: 'render' after 'shutdown' (\"order\": \"free\" plays misuse on "
              "purpose)"},
-            {"events after destroy",
-             {},
-             session(R"(, {"event": "destroy"}, {"event": "flush"})"),
-             "S: events[4]: nothing can follow 'destroy'"},
     };
-    for (const Case& c : kCases) {
-        SCOPED_TRACE(c.name);
-        std::vector<std::string> args = c.args;
-        std::string expected = c.err;
-        if (!c.scenario.empty()) {
-            const std::string path = dir.write("s.json", c.scenario);
-            args.push_back(path);
-            if (expected.rfind("S: ", 0) == 0) expected = path + expected.substr(1);
-        }
+    auto expectBadInput = [](const std::vector<std::string>& args, const std::string& expected) {
+        SCOPED_TRACE(expected);
         std::vector<const char*> argv;
         for (const std::string& a : args) argv.push_back(a.c_str());
         std::string out, err;
         EXPECT_EQ(runSim(argv, &out, &err), kTavroExitBadInput);
         EXPECT_EQ(out, "");
         EXPECT_EQ(err, expected + "\n");
+    };
+    for (const auto& [args, err] : kUsage) expectBadInput(args, err);
+    for (const auto& [scenario, err] : kScenarios) {
+        const std::string path = dir.write("s.json", scenario);
+        expectBadInput({path}, path + err.substr(1));
     }
 }
 
@@ -288,10 +246,7 @@ TEST(TavroSimMainDeathTest, FatalCheckKeepsTheTraceAndNamesTheCheck) {
                 "fatal.json: the library stopped the process on a fatal check during events\\[1\\] "
                 "\\(configure\\): F/TavroCCodec: configEncoderFilter: width 70000 x height 70000 "
                 "overflows\n$");
-    std::ifstream in(trace);
-    std::stringstream text;
-    text << in.rdbuf();
-    const std::vector<std::string> printed = lines(text.str());
+    const std::vector<std::string> printed = lines(test::readFile(trace));
     ASSERT_FALSE(printed.empty());
     EXPECT_THAT(printed.back(), HasSubstr("analysis   updateParameters codec-config-in="));
     EXPECT_THAT(printed, ::testing::Contains(HasSubstr("step       configure {mime=")));

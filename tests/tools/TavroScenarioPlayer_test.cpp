@@ -112,26 +112,25 @@ TEST(TavroScenarioPlayerTest, BoostMessagesNeverReachThePlatform) {
 // Steps that changed nothing come from the codec's record of each step, one line per reason:
 // a decoder's encoder steps share one line, an encoder's rate control says what it lacked.
 TEST(TavroScenarioPlayerTest, DeclinedStepsSayWhy) {
-    const char* kFormat = R"({"mime": "video/avc", %s"width": 1280, "height": 720})";
-    for (const bool encoder : {false, true}) {
-        SCOPED_TRACE(encoder ? "encoder" : "decoder");
-        char format[160];
-        snprintf(format, sizeof(format), kFormat, encoder ? R"("encoder": 1, )" : "");
-        const TavroTrace trace = play(kApp, std::string(R"("component": "c2.qti.avc.)") +
-                                                    (encoder ? "encoder" : "decoder") +
-                                                    R"(", "events": [{"event": "allocate"},
-                {"event": "configure", "format": )" +
-                                                    format + "}]");
-        const std::vector<std::string> declined = texts(trace, "declined");
-        if (encoder) {
-            EXPECT_THAT(declined, Contains("setGopAndBitrate: no change: the format has no "
-                                           "min-qp-value or max-qp-value (status -2147483648)"));
-        } else {
-            EXPECT_THAT(declined, Contains(::testing::StartsWith(
-                                          "configureBitrateMode, configureOutputDelay, "
-                                          "setGopAndBitrate, setBFrame, setUsageFlag, "
-                                          "configEncoderQpRange: no change: not a video encoder")));
-        }
+    const struct {
+        const char* component;
+        const char* format;
+        const char* line;  // one declined line
+    } kCases[] = {
+            {"decoder", "",
+             "configureBitrateMode, configureOutputDelay, setGopAndBitrate, setBFrame, "
+             "setUsageFlag, configEncoderQpRange: no change: not a video encoder"},
+            {"encoder", R"("encoder": 1, )",
+             "setGopAndBitrate: no change: the format has no "
+             "min-qp-value or max-qp-value (status -2147483648)"},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.component);
+        const TavroTrace trace = play(
+                kApp, std::string(R"("component": "c2.qti.avc.)") + c.component + R"(", "events": [
+                {"event": "allocate"}, {"event": "configure", "format": {"mime": "video/avc", )" +
+                              c.format + R"("width": 1280, "height": 720}}])");
+        EXPECT_THAT(texts(trace, "declined"), Contains(c.line));
         const std::vector<TavroTraceEntry> entries = trace.ofKind("declined");
         ASSERT_FALSE(entries.empty());
         EXPECT_TRUE(entries[0].fields["steps"].is_array());
@@ -139,65 +138,39 @@ TEST(TavroScenarioPlayerTest, DeclinedStepsSayWhy) {
     }
 }
 
-TEST(TavroScenarioPlayerTest, LogLinesOnlyWithALogLevel) {
-    const std::string scenario =
-            R"("component": "c2.qti.avc.decoder", "events": [{"event": "flush"}])";
-    EXPECT_TRUE(play(kApp, scenario).ofKind("log").empty());
-    TavroSimOptions options;
-    options.hasLogLevel = true;
-    options.logLevel = 7;
-    EXPECT_THAT(texts(play(kApp, scenario, options), "log"),
-                Contains(::testing::StartsWith("D/TavroCCodec: signalFlush")));
-}
-
-TEST(TavroTraceTest, MergesRepeatsAndFormatsLines) {
-    TavroTrace trace;
-    for (int64_t t : {1000000, 2000000, 3000000}) {
-        TavroTraceEntry e;
-        e.kind = "timer";
-        e.timeUs = t;
-        e.text = "cFps";
-        e.fields["name"] = "cFps";
-        trace.add(e);
-    }
-    TavroTraceEntry other;
-    other.kind = "param";
-    other.timeUs = 3500000;
-    other.text = "VppModeParam (0xc0008600) = 1, status 0";
-    other.fields["value"] = 1;
-    trace.add(other);
-    ASSERT_EQ(trace.entries().size(), 2u);
-    EXPECT_EQ(TavroTrace::textLine(trace.entries()[0]),
-              "[    1.000] timer      cFps (x3 until 3.000)");
-    EXPECT_EQ(TavroTrace::jsonLine(trace.entries()[0]),
-              R"({"kind":"timer","t_us":1000000,"name":"cFps","repeat":3,"last_t_us":3000000})");
-    EXPECT_EQ(TavroTrace::textLine(trace.entries()[1]),
-              "[    3.500] param      VppModeParam (0xc0008600) = 1, status 0");
-    EXPECT_EQ(TavroTrace::jsonLine(trace.entries()[1]),
-              R"({"kind":"param","t_us":3500000,"value":1})");
-}
-
-TEST(TavroTraceTest, WriterStreamsFinishedLinesAndHoldsTheLast) {
+// Repeats merge into their first line, which the writer streams once the repeat is over.
+TEST(TavroTraceTest, MergesRepeatsAndStreamsFinishedLines) {
     std::ostringstream out;
     TavroTraceWriter writer(out, /*json=*/false);
+    TavroTrace trace;
     TavroTraceEntry timer;
     timer.kind = "timer";
     timer.fields = {{"name", "cFps"}, {"what", "frame-rate check"}};
-    for (int64_t t : {1000000, 2000000}) {
+    for (int64_t t : {1000000, 2000000, 3000000}) {
         timer.timeUs = t;
+        trace.add(timer);
         writer.add(timer);
     }
     EXPECT_EQ(out.str(), "");  // the repeat may go on
-    TavroTraceEntry unboost;
-    unboost.kind = "unboost";
-    unboost.timeUs = 2500000;
-    unboost.fields = {{"flags", 0x20}, {"releases", "cluster part"}};
-    writer.add(unboost);
-    EXPECT_EQ(out.str(), "[    1.000] timer      cFps (frame-rate check) (x2 until 2.000)\n");
+    TavroTraceEntry param;
+    param.kind = "param";
+    param.timeUs = 3500000;
+    param.text = "VppModeParam (0xc0008600) = 1, status 0";
+    param.fields["value"] = 1;
+    trace.add(param);
+    writer.add(param);
+    const std::string timerLine = "[    1.000] timer      cFps (frame-rate check) (x3 until 3.000)";
+    EXPECT_EQ(out.str(), timerLine + "\n");
     writer.flush();
     EXPECT_EQ(out.str(),
-              "[    1.000] timer      cFps (frame-rate check) (x2 until 2.000)\n"
-              "[    2.500] unboost    flags=0x20 (cluster part)\n");
+              timerLine + "\n[    3.500] param      VppModeParam (0xc0008600) = 1, status 0\n");
+    ASSERT_EQ(trace.entries().size(), 2u);
+    EXPECT_EQ(TavroTrace::textLine(trace.entries()[0]), timerLine);
+    EXPECT_EQ(TavroTrace::jsonLine(trace.entries()[0]),
+              R"({"kind":"timer","t_us":1000000,"name":"cFps","what":"frame-rate check",)"
+              R"("repeat":3,"last_t_us":3000000})");
+    EXPECT_EQ(TavroTrace::jsonLine(trace.entries()[1]),
+              R"({"kind":"param","t_us":3500000,"value":1})");
 }
 
 // Library log lines name objects and the process the same way in every run.

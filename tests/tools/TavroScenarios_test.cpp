@@ -72,16 +72,12 @@ TEST(TavroScenariosTest, DefaultShowsEverySubsystem) {
     EXPECT_EQ(trace.entries()[bApp + 1].text,
               "pid=4321 sched=2 threadNames=[RenderThread GLThread]");
 
-    // Vendor parameters: input delay, content frame rate, then fast mode on at 2x and off again
-    // once the flush restarted the history.
+    // Vendor parameters: input delay, content frame rate, then fast mode on (during the 2x clip,
+    // timed by the timeline's test) and off again once the flush restarted the history.
     EXPECT_EQ(texts(trace, "param"), (Lines{"VppInputDelayParam (0xc0008605) = 0, status 0",
                                             "FileFpsParam (0xc2002000) = 30.03003, status 0",
                                             "VppModeParam (0xc0008600) = 1, status 0",
                                             "VppModeParam (0xc0008600) = 0, status 0"}));
-    const std::vector<TavroTraceEntry> paramEntries = trace.ofKind("param");
-    ASSERT_EQ(paramEntries.size(), 4u);
-    EXPECT_GT(paramEntries[2].timeUs, 3033333);  // during the 2x clip
-    EXPECT_LT(paramEntries[2].timeUs, 5033333);
     const int flush = indexOf(trace, "step", "flush");
     ASSERT_GE(flush, 0);
     EXPECT_GT(indexOf(trace, "param", "VppModeParam (0xc0008600) = 0, status 0"), flush);
@@ -90,7 +86,6 @@ TEST(TavroScenariosTest, DefaultShowsEverySubsystem) {
     const int setParams = indexOf(trace, "step", "set_parameters {operating-rate=30f}");
     ASSERT_GE(setParams, 0);
     EXPECT_EQ(trace.entries()[setParams + 1].text, "flags=0x20 (cluster part)");
-    EXPECT_EQ(trace.ofKind("unboost").size(), 1u);
     EXPECT_EQ(trace.entries()[flush + 1].text, "signalFlush");
 
     // cFps fires every second while playing and once more after shutdown, when it stops.

@@ -4,8 +4,10 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,21 @@ inline std::string toolsSourceDir() {
         dir = dir.parent_path();
     }
     return ".";
+}
+
+// Every bundled scenario's path, sorted.
+inline std::vector<std::string> bundledScenarioPaths() {
+    std::vector<std::string> out;
+    for (const auto& e : std::filesystem::directory_iterator(toolsSourceDir() + "/scenarios")) {
+        if (e.path().extension() == ".json") out.push_back(e.path().string());
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // A fresh directory removed with the object.
