@@ -173,7 +173,8 @@ TEST_F(ALooperTest, MessagesToDeadOrUnregisteredHandlersAreDropped) {
     sp<AMessage> toOrphan = new AMessage(8, orphan);
     other.clear();
     EXPECT_EQ(-ENOENT, toOrphan->post());
-    EXPECT_EQ(-ENOENT, (new AMessage)->post(1000));
+    sp<AMessage> noTarget = new AMessage;
+    EXPECT_EQ(-ENOENT, noTarget->post(1000));
 }
 
 TEST_F(ALooperTest, RegistrationRulesAndManualMode) {
